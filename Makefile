@@ -1,0 +1,35 @@
+# Entry points: `make demo` and `make test` do all the set-up on a fresh
+# Debian 12 machine (as root).
+JOBS ?= 2
+
+.PHONY: all deps configure build test test-asan demo bench cross clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+configure: deps
+	@cmake --preset default >/dev/null
+
+build: configure
+	@cmake --build --preset default -j $(JOBS)
+
+test: build
+	@ctest --preset default
+
+configure-asan: deps
+	@cmake --preset asan >/dev/null
+
+test-asan: configure-asan
+	@cmake --build --preset asan -j $(JOBS)
+	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --preset asan
+
+demo: build
+	@./build/cli/catalogue_demo ./build/libmodule_storage.so
+
+bench: build
+	@if [ -d build/bench ]; then for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done; fi
+
+clean:
+	@rm -rf build build-asan build-cross

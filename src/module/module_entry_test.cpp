@@ -1,0 +1,91 @@
+// The exported functions in-process: version records, the instance's life,
+// and the shape of the catalogue.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "module/catalogue.h"
+#include "module_storage/module_storage.h"
+
+namespace {
+
+class ModuleEntry : public ::testing::Test {
+ protected:
+  void TearDown() override { ReleaseModuleInterfaceInstance(); }
+};
+
+TEST_F(ModuleEntry, GetProductVersionGivesANewRecordEachCall) {
+  std::unique_ptr<ProductVersion> first(GetProductVersion());
+  std::unique_ptr<ProductVersion> second(GetProductVersion());
+  ASSERT_NE(first, nullptr);
+  ASSERT_NE(second, nullptr);
+  EXPECT_NE(first.get(), second.get());
+  for (const auto& version : {first.get(), second.get()}) {
+    EXPECT_EQ(version->getMajor(), 4u);
+    EXPECT_EQ(version->getMinor(), 13u);
+    EXPECT_EQ(version->getRevision(), 0u);
+    EXPECT_EQ(version->getBuild(), 8834u);
+  }
+}
+
+TEST_F(ModuleEntry, InstanceIsKeptUntilReleasedThenBuiltAfresh) {
+  ModuleInterface* first = GetModuleInterfaceInstance();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(GetModuleInterfaceInstance(), first);
+  ReleaseModuleInterfaceInstance();
+  // The allocator may hand back the same address, so the new instance is
+  // judged by being whole and stable, not by its address.
+  ModuleInterface* second = GetModuleInterfaceInstance();
+  ASSERT_NE(second, nullptr);
+  EXPECT_EQ(GetModuleInterfaceInstance(), second);
+  ASSERT_EQ(second->getDiagnosticCount(), 2u);
+  EXPECT_EQ(second->getDiagnostic(0)->getId(), ItemId(1, 1, 0));
+}
+
+TEST_F(ModuleEntry, ReleaseWithoutInstanceReturnsAtOnce) {
+  ReleaseModuleInterfaceInstance();
+  ReleaseModuleInterfaceInstance();
+  ModuleInterface* module = GetModuleInterfaceInstance();
+  EXPECT_NE(module, nullptr);
+}
+
+TEST_F(ModuleEntry, HasTwoDiagnosticsNoReservedObjectAndNoReservedFlag) {
+  ModuleInterface* module = GetModuleInterfaceInstance();
+  ASSERT_NE(module, nullptr);
+  EXPECT_EQ(module->getDiagnosticCount(), 2u);
+  EXPECT_EQ(module->getReservedObject(), nullptr);
+  EXPECT_FALSE(module->isReservedFlagSet());
+  EXPECT_EQ(module->getDiagnostic(2), nullptr);
+  EXPECT_EQ(module->getTool(module->getToolCount()), nullptr);
+}
+
+TEST_F(ModuleEntry, DiagnosticsAreQuickThenExtended) {
+  ModuleInterface* module = GetModuleInterfaceInstance();
+  EXPECT_EQ(module->getDiagnostic(0)->getId(), ItemId(1, 1, 0));
+  EXPECT_EQ(module->getDiagnostic(1)->getId(), ItemId(1, 2, 0));
+}
+
+TEST_F(ModuleEntry, EachDiagnosticHoldsItsRowsInTableOrder) {
+  ModuleInterface* module = GetModuleInterfaceInstance();
+  std::vector<ItemId> quick;
+  std::vector<ItemId> extended;
+  for (const CatalogueRow& row : catalogueRows()) {
+    (row.diagnosticId == 1 ? quick : extended).push_back(ItemId(1, row.diagnosticId, row.testId));
+  }
+  Diagnostic* quickDiagnostic = module->getDiagnostic(0);
+  Diagnostic* extendedDiagnostic = module->getDiagnostic(1);
+  ASSERT_EQ(quickDiagnostic->getTestCount(), quick.size());
+  ASSERT_EQ(extendedDiagnostic->getTestCount(), extended.size());
+  for (uint32_t i = 0; i < quick.size(); ++i) EXPECT_EQ(quickDiagnostic->getTest(i)->getItemId(), quick[i]);
+  for (uint32_t i = 0; i < extended.size(); ++i) EXPECT_EQ(extendedDiagnostic->getTest(i)->getItemId(), extended[i]);
+  EXPECT_EQ(quickDiagnostic->getTest(quickDiagnostic->getTestCount()), nullptr);
+}
+
+TEST_F(ModuleEntry, TestNumbersAreGlobalAcrossDiagnostics) {
+  // 1.2.11 names no test: number 11 belongs to the quick diagnostic.
+  ModuleInterface* module = GetModuleInterfaceInstance();
+  EXPECT_EQ(module->getDiagnostic(1)->getTestById(ItemId(1, 2, 11)), nullptr);
+  EXPECT_EQ(module->getDiagnostic(0)->getTestById(ItemId(1, 1, 99)), nullptr);
+}
+
+}  // namespace
