@@ -1,6 +1,6 @@
-// Non-Windows build: the basic Win32 types with their Windows sizes. Wide
-// characters are 16 bits here as on Windows. Control codes, records and the
-// functions themselves are declared beside this file as they are needed.
+// Non-Windows build: the Win32 types, constants and functions the module uses,
+// with their Windows sizes and offsets. Wide characters are 16 bits here as on
+// Windows. The functions are served by the simulated PC's Windows face.
 #pragma once
 
 #include <cstdint>
@@ -36,3 +36,34 @@ using LPDWORD = DWORD*;
 static_assert(sizeof(DWORD) == 4, "DWORD is 32 bits");
 static_assert(sizeof(WCHAR) == 2, "wide characters are 16 bits");
 static_assert(sizeof(LONGLONG) == 8, "LONGLONG is 64 bits");
+
+using PVOID = void*;
+
+struct OVERLAPPED {
+  ULONG_PTR Internal;
+  ULONG_PTR InternalHigh;
+  union {
+    struct {
+      DWORD Offset;
+      DWORD OffsetHigh;
+    } s;
+    PVOID Pointer;
+  } u;
+  HANDLE hEvent;
+};
+using LPOVERLAPPED = OVERLAPPED*;
+static_assert(sizeof(OVERLAPPED) == 32, "OVERLAPPED is 32 bytes on x64");
+
+// Error codes (winerror.h values).
+constexpr DWORD ERROR_SUCCESS = 0;
+constexpr DWORD ERROR_INVALID_HANDLE = 6;
+
+// Control codes.
+constexpr DWORD IOCTL_STORAGE_PREDICT_FAILURE = 0x2D1100;
+
+// Functions.
+DWORD GetLastError();
+void SetLastError(DWORD code);
+BOOL CloseHandle(HANDLE handle);
+BOOL DeviceIoControl(HANDLE device, DWORD controlCode, LPVOID inBuffer, DWORD inSize, LPVOID outBuffer,
+                     DWORD outSize, LPDWORD bytesReturned, LPOVERLAPPED overlapped);
