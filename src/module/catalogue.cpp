@@ -4,7 +4,7 @@
 
 #include <new>
 
-#include "diagnostics/smart_status_test.h"
+#include "diagnostics/smart_status.h"
 #include "resource/storage_resource.h"
 
 namespace {

@@ -122,7 +122,7 @@ TEST(GetIdentifyCapacityBytes, SignExtends28BitCountWithHighBitSet) {
 TEST(GetIdentifyCapacityBytes, Uses48BitCountWhenWord83Bit10IsSet) {
   std::array<uint16_t, 256> words{};
   setWord(words, 83, 0x0400);
-  setWord(words, 100, 0x6DB0);
+  setWord(words, 100, 0x6030);
   setWord(words, 101, 0x3A38);  // 976773168 sectors: a 500 GB disk
   EXPECT_EQ(getIdentifyCapacityBytes(words.data()), 976773168ull * 512);
 }
