@@ -26,7 +26,7 @@ test-asan: configure-asan
 	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --preset asan
 
 demo: build
-	@./build/cli/catalogue_demo ./build/libmodule_storage.so
+	@cli/demo.sh build/cli/hwc_cli
 
 bench: build
 	@if [ -d build/bench ]; then for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done; fi
