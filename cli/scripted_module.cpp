@@ -50,8 +50,11 @@ class ScriptedComponent : public SystemComponent {
   explicit ScriptedComponent(const json& device) {
     id = device.value("id", "");
     name = device.value("name", "");
+    // Bytes a JSON text cannot carry, as a device may report them.
+    for (const json& byte : device.value("nameBytes", json::array())) name += static_cast<char>(byte.get<int>());
     for (const json& entry : device.value("details", json::array())) details.push_back({entry[0], entry[1]});
-    for (const auto& attribute : device.value("attributes", json::object()).items()) {
+    const json attributeList = device.value("attributes", json::object());
+    for (const auto& attribute : attributeList.items()) {
       attributes[attribute.key()] = attribute.value().get<std::string>();
     }
     for (const json& section : device.value("sections", json::array())) {
@@ -105,7 +108,7 @@ class ScriptedTest : public Test {
   bool isOptionA() override { return false; }
 
   bool setParameters(TestParameters parameters, std::vector<RejectedParameter>& rejected) override {
-    const json limits = script_.value("numericParameters", json::object());
+    const json limits = script_.value("numericParameters", json::object());  // items() needs a named object
     for (const auto& limit : limits.items()) {
       auto section = parameters.find("STORAGE");
       if (section == parameters.end()) continue;

@@ -65,7 +65,8 @@ int exitOfStatuses(const std::vector<uint32_t>& statuses) {
     switch (status) {
       case kToolNotRepaired:
       case kToolBadSectorsFound: failed = true; break;
-      case kToolAborted:
+      // 8 is also "not run at the user's answer": an abort only after Ctrl-C.
+      case kToolAborted: aborted = aborted || interruptRequested(); break;
       case kToolSystemEvent: aborted = true; break;
       case kToolClean:
       case kToolCheckScheduled:
@@ -127,6 +128,10 @@ void CliToolSink::take(Tool* tool, const std::string& eventName) {
     if (parseDecimal(v[0], percent)) display_.progress(percent, "");
   } else if (eventName == "OnPartitionFinish" && v.size() >= 4) {
     uint32_t status = 0;
+    auto message = record.outputs.find("Message");
+    if (message != record.outputs.end() && !message->second.empty() && !message->second.front().empty()) {
+      display_.note("    " + message->second.front());
+    }
     display_.note("    partition " + v[1] + ": " +
                   (statusOf(v[3], status) ? toolStatusText(status) : "status '" + v[3] + "'"));
   } else if (eventName == "OnDeviceFinish" && !v.empty()) {
