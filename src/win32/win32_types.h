@@ -19,6 +19,7 @@ using ULONGLONG = uint64_t;
 using DWORD64 = uint64_t;
 using ULONG_PTR = uintptr_t;
 using WCHAR = char16_t;
+using UINT = uint32_t;
 using HANDLE = void*;
 using LPVOID = void*;
 using LPCVOID = const void*;
@@ -57,6 +58,10 @@ static_assert(sizeof(OVERLAPPED) == 32, "OVERLAPPED is 32 bytes on x64");
 // Error codes (winerror.h values).
 constexpr DWORD ERROR_SUCCESS = 0;
 constexpr DWORD ERROR_INVALID_HANDLE = 6;
+constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+constexpr DWORD ERROR_INVALID_FLAGS = 1004;
+constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
 
 // Control codes.
 constexpr DWORD IOCTL_STORAGE_PREDICT_FAILURE = 0x2D1100;
@@ -67,3 +72,13 @@ void SetLastError(DWORD code);
 BOOL CloseHandle(HANDLE handle);
 BOOL DeviceIoControl(HANDLE device, DWORD controlCode, LPVOID inBuffer, DWORD inSize, LPVOID outBuffer,
                      DWORD outSize, LPDWORD bytesReturned, LPOVERLAPPED overlapped);
+
+// Code pages. The simulated PC knows UTF-8 only.
+constexpr UINT CP_UTF8 = 65001;
+constexpr DWORD MB_ERR_INVALID_CHARS = 0x08;
+constexpr DWORD WC_ERR_INVALID_CHARS = 0x80;
+// Counts of -1 mean "up to and with the NUL"; a size of 0 asks for the size
+// needed. Without the *_ERR_INVALID_CHARS flag a bad sequence becomes U+FFFD.
+int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideCount, char* narrow, int narrowSize,
+                        const char* defaultChar, BOOL* usedDefaultChar);
+int MultiByteToWideChar(UINT codePage, DWORD flags, const char* narrow, int narrowCount, WCHAR* wide, int wideSize);
