@@ -38,6 +38,7 @@ struct Launch {
   std::string input;          // written to stdin, which is then closed
   bool terminalOut = false;   // stdout on a pseudo-terminal
   Interrupt interrupt;        // empty afterText: none
+  bool terminalIn = false;    // stdin on a pseudo-terminal, fed with `input`
 };
 
 void setNonBlocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK); }
@@ -49,20 +50,17 @@ Outcome launch(const Launch& request) {
   if (pipe(outPipe) != 0 || pipe(errPipe) != 0 || pipe(inPipe) != 0) return {};
   int master = -1;
   std::string slaveName;
-  if (request.terminalOut) {
+  if (request.terminalOut || request.terminalIn) {
     master = posix_openpt(O_RDWR | O_NOCTTY);
     if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return {};
     slaveName = ptsname(master);
   }
   pid_t child = fork();
   if (child == 0) {
-    dup2(inPipe[0], 0);
-    if (request.terminalOut) {
-      int slave = open(slaveName.c_str(), O_RDWR | O_NOCTTY);
-      dup2(slave, 1);
-    } else {
-      dup2(outPipe[1], 1);
-    }
+    const int slave = master >= 0 ? open(slaveName.c_str(), O_RDWR | O_NOCTTY) : -1;
+    dup2(request.terminalIn ? slave : inPipe[0], 0);
+    dup2(request.terminalOut ? slave : outPipe[1], 1);
+    if (slave > 2) close(slave);
     dup2(errPipe[1], 2);
     for (int fd : {outPipe[0], outPipe[1], errPipe[0], errPipe[1], inPipe[0], inPipe[1], master}) {
       if (fd > 2) close(fd);
@@ -80,7 +78,8 @@ Outcome launch(const Launch& request) {
   close(errPipe[1]);
   close(inPipe[0]);
   if (!request.input.empty()) {
-    ssize_t written = write(inPipe[1], request.input.data(), request.input.size());
+    const int inFd = request.terminalIn ? master : inPipe[1];
+    ssize_t written = write(inFd, request.input.data(), request.input.size());
     (void)written;
   }
   close(inPipe[1]);
@@ -613,6 +612,16 @@ TEST(HwcCliQuestion, AnswerOptionAnswersAQuestionInARunWithoutATerminal) {
   EXPECT_EQ(yes.status, 0);
   EXPECT_TRUE(contains(yes.out, "question: Device Write Test: The write test allocates space")) << yes.out;
   EXPECT_TRUE(contains(yes.out, "answer 1 (--answer)")) << yes.out;
+}
+
+TEST(HwcCliQuestion, PersonAtTheTerminalAnswersAndIsAskedAgainForANonNumber) {
+  Machine machine(askingMachine());
+  Launch request{withMachine(machine, {"-Mstorage", "-Qm", "0"}), "x\n2\n", false, {}, true};
+  Outcome run = launch(request);
+  EXPECT_EQ(run.status, 1) << run.err;
+  EXPECT_TRUE(contains(run.out, "answer (a number): ")) << run.out;
+  EXPECT_TRUE(contains(run.out, "'x' is not a number")) << run.out;
+  EXPECT_TRUE(contains(run.out, "answer 2 (terminal)")) << run.out;
 }
 
 TEST(HwcCliQuestion, WithoutAnswerOrTerminalTheListenerIsNotInteractive) {
