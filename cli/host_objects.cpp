@@ -25,7 +25,8 @@ uint32_t AnswerSource::answer(const InputRequest& request, std::string& answered
   }
   if (terminal_ && in_ != nullptr) {
     while (!interruptRequested()) {
-      std::fprintf(prompt_, "%s\nanswer (a number): ", questionText(request).c_str());
+      if (echoQuestion_) std::fprintf(prompt_, "%s\n", questionText(request).c_str());
+      std::fprintf(prompt_, "answer (a number): ");
       std::fflush(prompt_);
       char line[64] = {};
       errno = 0;

@@ -18,8 +18,10 @@ namespace hwc {
 // one again once they run out), else a person at the terminal, else nobody.
 class AnswerSource {
  public:
-  AnswerSource(std::vector<uint32_t> given, bool terminal, FILE* in, FILE* prompt)
-      : given_(std::move(given)), terminal_(terminal), in_(in), prompt_(prompt) {}
+  // `prompt` takes the prompt; with `echoQuestion` the question is written
+  // there too, for a display that does not show it (JSON output).
+  AnswerSource(std::vector<uint32_t> given, bool terminal, FILE* in, FILE* prompt, bool echoQuestion)
+      : given_(std::move(given)), terminal_(terminal), in_(in), prompt_(prompt), echoQuestion_(echoQuestion) {}
 
   // Somebody can answer: --answer was given, or input is a terminal.
   bool canAnswer() const { return !given_.empty() || terminal_; }
@@ -32,6 +34,7 @@ class AnswerSource {
   bool terminal_;
   FILE* in_;
   FILE* prompt_;
+  bool echoQuestion_;
 };
 
 class CliListener : public TestListener {

@@ -61,7 +61,7 @@ class Session {
   int fail(int status, const std::string& message);
   int finish(int status);
   FILE* out() const { return stdout; }
-  int runTests(ModuleInterface& module, const std::vector<SelectedTest>& tests, const std::vector<uint32_t>& devices,
+  int runTests(const std::vector<SelectedTest>& tests, const std::vector<uint32_t>& devices,
                SystemComponentManager& manager);
   int applyParameters(const std::vector<SelectedTest>& tests);
 
@@ -73,6 +73,7 @@ class Session {
 };
 
 int Session::fail(int status, const std::string& message) {
+  std::fflush(stdout);  // what was said before the error comes before it
   std::fprintf(stderr, "hwc_cli: %s\n", message.c_str());
   if (status == kExitUsage) std::fprintf(stderr, "Try 'hwc_cli --help'.\n");
   document_["errors"].push_back(message);
@@ -89,6 +90,9 @@ int Session::finish(int status) {
 }
 
 int Session::run() {
+  // From here on Ctrl-C asks for a stop; what was not run by then is reported
+  // as not run.
+  installInterruptHandler();
   ParseResult parsed = parseCommandLine(args_);
   if (!parsed.ok) return fail(kExitUsage, parsed.error);
   line_ = parsed.line;
@@ -176,7 +180,10 @@ int Session::run() {
       }
       printCatalogue(out(), *module);
     }
-    if (!runWanted) return count == 0 ? fail(kExitNothingRan, "the module found no devices") : finish(kExitPassed);
+    if (!runWanted) {
+      if (interruptRequested()) return finish(kExitAborted);
+      return count == 0 ? fail(kExitNothingRan, "the module found no devices") : finish(kExitPassed);
+    }
   }
 
   if (count == 0) return fail(kExitNothingRan, "the module found no devices to test");
@@ -196,17 +203,16 @@ int Session::run() {
 
   if (int status = applyParameters(selection.tests)) return status;
 
-  installInterruptHandler();
   int status = kExitNothingRan;
   bool ranSomething = false;
   if (!selection.tests.empty()) {
-    status = runTests(*module, selection.tests, chosen, *manager);
+    status = runTests(selection.tests, chosen, *manager);
     ranSomething = true;
   }
   if (!line_.recoverOperation.empty() && !interruptRequested()) {
     DisplayMode mode = json_ ? DisplayMode::Silent : (HWC_ISATTY(1) ? DisplayMode::Terminal : DisplayMode::Lines);
     ProgressDisplay display(mode, out());
-    AnswerSource answers(line_.answers, HWC_ISATTY(0) != 0, stdin, json_ ? stderr : stdout);
+    AnswerSource answers(line_.answers, HWC_ISATTY(0) != 0, stdin, json_ ? stderr : stdout, json_);
     std::vector<ToolDevice> toolDevices;
     for (uint32_t index : chosen) toolDevices.push_back({index, manager->getComponent(index)});
     ToolRun tool = runRecoverTool(*module, line_.recoverOperation, toolDevices, display, answers);
@@ -261,12 +267,11 @@ int Session::applyParameters(const std::vector<SelectedTest>& tests) {
   return fail(kExitUsage, message);
 }
 
-int Session::runTests(ModuleInterface& module, const std::vector<SelectedTest>& tests,
-                      const std::vector<uint32_t>& devices, SystemComponentManager& manager) {
-  (void)module;
+int Session::runTests(const std::vector<SelectedTest>& tests, const std::vector<uint32_t>& devices,
+                      SystemComponentManager& manager) {
   const DisplayMode mode = json_ ? DisplayMode::Silent : (HWC_ISATTY(1) ? DisplayMode::Terminal : DisplayMode::Lines);
   ProgressDisplay display(mode, out());
-  AnswerSource answers(line_.answers, HWC_ISATTY(0) != 0, stdin, json_ ? stderr : stdout);
+  AnswerSource answers(line_.answers, HWC_ISATTY(0) != 0, stdin, json_ ? stderr : stdout, json_);
   CliListener listener(display, answers);
   CliLog log(display);
 
@@ -298,8 +303,7 @@ int Session::runTests(ModuleInterface& module, const std::vector<SelectedTest>& 
         if (SystemComponent* refreshed = manager.getRefreshedComponent(index)) component = refreshed;
         if (!test.test->isSupported(component)) {
           record.outcome = RunOutcome::NotSupported;
-          display.beginTest(label);
-          display.endTest(verdictText(record));
+          display.skipped(label, verdictText(record));
         } else {
           display.beginTest(label);
           listener.setRecord(&record);

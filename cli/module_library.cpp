@@ -27,7 +27,10 @@ void* openLibrary(const std::string& path, std::string& error) {
   if (module == nullptr) error = "error " + std::to_string(GetLastError());
   return reinterpret_cast<void*>(module);
 #else
-  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  // RTLD_NODELETE keeps the code mapped after dlclose: the module's tool
+  // outlives the release of its catalogue, and what the module's libraries
+  // keep in their globals stays reachable to the end of the process.
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   if (handle == nullptr) {
     const char* text = dlerror();
     error = text != nullptr ? text : "unknown loader error";
@@ -71,6 +74,21 @@ std::string programFile(const std::string& argv0) {
   return argv0;
 }
 
+// The path without "..", for messages; as given when it cannot be resolved.
+std::string normalPath(const std::string& path) {
+#if defined(_WIN32)
+  char buffer[MAX_PATH] = {};
+  DWORD length = GetFullPathNameA(path.c_str(), MAX_PATH, buffer, nullptr);
+  return length > 0 && length < MAX_PATH ? std::string(buffer, length) : path;
+#else
+  char* resolved = realpath(path.c_str(), nullptr);
+  if (resolved == nullptr) return path;
+  std::string result(resolved);
+  free(resolved);
+  return result;
+#endif
+}
+
 template <typename Fn>
 Fn asFunction(void* symbol) {
   return reinterpret_cast<Fn>(symbol);
@@ -89,7 +107,7 @@ const char* libraryFileName() {
 std::string defaultLibraryPath(const std::string& programPath) {
   const std::string folder = folderOf(programFile(programPath));
   for (const std::string& candidate : {folder + "/" + libraryFileName(), folder + "/../" + libraryFileName()}) {
-    if (fileExists(candidate)) return candidate;
+    if (fileExists(candidate)) return normalPath(candidate);
   }
   return libraryFileName();
 }

@@ -66,6 +66,13 @@ void ProgressDisplay::endTest(const std::string& verdict) {
   label_.clear();
 }
 
+void ProgressDisplay::skipped(const std::string& label, const std::string& verdict) {
+  if (mode_ == DisplayMode::Silent) return;
+  clearBar();
+  std::fprintf(out_, "%s: %s\n", label.c_str(), verdict.c_str());
+  std::fflush(out_);
+}
+
 void ProgressDisplay::drawBar() {
   if (mode_ != DisplayMode::Terminal) return;
   const uint32_t filled = percent_ * kBarCells / 100;

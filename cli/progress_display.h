@@ -22,6 +22,8 @@ class ProgressDisplay {
   // Any other line of the run (a question, an answer), kept clear of the bar.
   void note(const std::string& text);
   void endTest(const std::string& verdict);
+  // A test that did not start: one line with its verdict.
+  void skipped(const std::string& label, const std::string& verdict);
 
   DisplayMode mode() const { return mode_; }
 

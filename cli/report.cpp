@@ -131,9 +131,11 @@ void printSummary(FILE* out, const std::vector<TestRecord>& records) {
     rows.push_back(row);
   }
   auto line = [&](const Row& row) {
-    std::fprintf(out, "  %-*s  %-*s  %-*s  %-*s  %s\n", static_cast<int>(widths[0]), row.device.c_str(),
-                 static_cast<int>(widths[1]), row.name.c_str(), static_cast<int>(widths[2]), row.test.c_str(),
-                 static_cast<int>(widths[3]), row.verdict.c_str(), row.message.c_str());
+    auto cell = [](const std::string& text, size_t width) { return text + std::string(width - text.size(), ' '); };
+    std::string text = "  " + cell(row.device, widths[0]) + "  " + cell(row.name, widths[1]) + "  " +
+                       cell(row.test, widths[2]) + "  " + cell(row.verdict, widths[3]) + "  " + row.message;
+    text.erase(text.find_last_not_of(' ') + 1);
+    std::fprintf(out, "%s\n", text.c_str());
   };
   line({"Dev", "Device", "Test", "Result", "Message"});
   for (const Row& row : rows) line(row);
