@@ -370,7 +370,7 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   const std::vector<std::string> buses = {"ata", "sata", "usb", "sas", "scsi", "nvme", "mmc", "sd"};
   const uint32_t busTypes[] = {kBusTypeAta, kBusTypeSata, kBusTypeUsb, kBusTypeSas,
                                kBusTypeScsi, kBusTypeNvme, kBusTypeMmc, kBusTypeSd};
-  const std::vector<std::vector<size_t>> allowed = {{0, 1, 2}, {2, 3, 4}, {5}, {6, 7}};
+  const std::vector<std::vector<size_t>> allowed = {{1, 0, 2}, {3, 4, 2}, {5}, {6, 7}};  // default first
   size_t bus = allowed[kind][0];
   if (r.choice("bus", buses, &bus) &&
       std::find(allowed[kind].begin(), allowed[kind].end(), bus) == allowed[kind].end()) {

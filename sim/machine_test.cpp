@@ -220,3 +220,23 @@ TEST(MachineDescription, FaultsAndUnreadableKindsReachTheDevices) {
 
 }  // namespace
 }  // namespace sim
+
+namespace sim {
+namespace {
+
+TEST(MachineDescription, BusDefaultsToTheUsualOneForTheKind) {
+  auto machine = Machine::fromJsonText(R"({"disks": [
+      {"name": "a", "kind": "ata", "profile": {"capacitySectors": 10}},
+      {"name": "s", "kind": "scsi", "profile": {"capacitySectors": 10}},
+      {"name": "n", "kind": "nvme", "profile": {"capacitySectors": 10}},
+      {"name": "e", "kind": "emmc", "profile": {"capacitySectors": 10}}]})",
+                                       nullptr);
+  ASSERT_NE(machine, nullptr);
+  EXPECT_EQ(machine->disks[0].busType, kBusTypeSata);
+  EXPECT_EQ(machine->disks[1].busType, kBusTypeSas);
+  EXPECT_EQ(machine->disks[2].busType, kBusTypeNvme);
+  EXPECT_EQ(machine->disks[3].busType, kBusTypeMmc);
+}
+
+}  // namespace
+}  // namespace sim
