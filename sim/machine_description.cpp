@@ -448,8 +448,8 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   auto diskFaults = std::make_shared<FaultState>(clock, faults.plan);
   switch (kind) {
     case 0: {
-      auto drive = std::make_shared<FaultyAtaDevice>(std::make_shared<AtaDrive>(ata, disk.media, clock), diskFaults,
-                                                     journal, disk.name, clock);
+      disk.ataDrive = std::make_shared<AtaDrive>(ata, disk.media, clock);
+      auto drive = std::make_shared<FaultyAtaDevice>(disk.ataDrive, diskFaults, journal, disk.name, clock);
       if (usbAta) {
         auto bridgeState = std::make_shared<FaultState>(clock, bridgeFaults.plan);
         disk.scsi = std::make_shared<FaultyScsiTarget>(std::make_shared<SatLayer>(bridge, drive), bridgeState,
@@ -475,8 +475,8 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
       break;
     }
     case 1:
-      disk.scsi = std::make_shared<FaultyScsiTarget>(std::make_shared<ScsiDrive>(scsi, disk.media, clock), diskFaults,
-                                                     journal, disk.name, clock);
+      disk.scsiDrive = std::make_shared<ScsiDrive>(scsi, disk.media, clock);
+      disk.scsi = std::make_shared<FaultyScsiTarget>(disk.scsiDrive, diskFaults, journal, disk.name, clock);
       disk.faultPath = {diskFaults};
       if (!haveDescriptor) {
         vendorId = scsi.vendor;
@@ -486,8 +486,8 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
       }
       break;
     case 2:
-      disk.scsi = std::make_shared<FaultyScsiTarget>(std::make_shared<NvmeDisk>(nvme, disk.media, clock), diskFaults,
-                                                     journal, disk.name, clock);
+      disk.scsiDrive = std::make_shared<NvmeDisk>(nvme, disk.media, clock);
+      disk.scsi = std::make_shared<FaultyScsiTarget>(disk.scsiDrive, diskFaults, journal, disk.name, clock);
       disk.faultPath = {diskFaults};
       if (!haveDescriptor) {
         vendorId = "NVMe";

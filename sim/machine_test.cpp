@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "sim/ata_drive.h"
 #include "sim/ata_test_util.h"
 #include "sim/scsi_test_util.h"
 
@@ -82,6 +83,19 @@ TEST(Machine, DefaultHardDiskHasTwoPendingSectorsAndAFailedSelfTest) {
   EXPECT_TRUE(hdd->media->isUnreadable(failing));
   const auto read = readInto(*hdd->ata, lba48Request(0x24, failing, 1), data, 512);
   EXPECT_EQ(read.out.error, 0x40);
+}
+
+TEST(Machine, AttributeChangedOnTheDriveModelShowsInReturnStatus) {
+  auto machine = Machine::defaultMachine();
+  Disk* ssd = machine->findDisk("ssd0");
+  ASSERT_NE(ssd->ataDrive, nullptr);
+  EXPECT_EQ(ssd->ata->executeAta(smartRequest(0xDA)).out.lbaHigh, 0xC2);
+  for (auto& a : ssd->ataDrive->profile().attributes) {
+    if (a.id == 5) a.value = a.threshold;
+  }
+  EXPECT_EQ(ssd->ata->executeAta(smartRequest(0xDA)).out.lbaHigh, 0x2C);
+  EXPECT_NE(machine->findDisk("nvme0")->scsiDrive, nullptr);
+  EXPECT_EQ(machine->findDisk("usb0")->scsiDrive, nullptr);
 }
 
 TEST(Machine, EveryScsiPathOfTheDefaultMachineAnswersInquiry) {
