@@ -32,7 +32,7 @@ uint32_t ScriptedScsiBridge::send(ScsiCmd& cmd) {
   uint64_t moved = cmd.direction == kDirectionIn ? 0 : cmd.dataLength;
   if (cmd.direction == kDirectionIn && cmd.buffer != nullptr) {
     moved = std::min<uint64_t>(answer.data.size(), cmd.dataLength);
-    std::memcpy(cmd.buffer, answer.data.data(), static_cast<size_t>(moved));
+    if (moved != 0) std::memcpy(cmd.buffer, answer.data.data(), static_cast<size_t>(moved));
   }
   cmd.dataLength = answer.transferred.value_or(moved);
   return kStatusOk;
