@@ -1,0 +1,53 @@
+// The partition type tables and their lookups.
+#include "scanner/partition_type_names.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(PartitionTypeNames, TablesHoldAllTheirRowsInOrder) {
+  EXPECT_EQ(gptTypeRows().size(), 73u);
+  EXPECT_EQ(mbrTypeRows().size(), 185u);
+  EXPECT_STREQ(gptTypeRows().front().name, "_M|B|R_PARTITION_SCHEME");
+  EXPECT_EQ(mbrTypeRows().front().type, 1);
+  EXPECT_EQ(mbrTypeRows().back().type, 255);
+}
+
+TEST(PartitionTypeNames, LaterRowOfADuplicatedGuidWins) {
+  PartitionTypeNames names;
+  EXPECT_EQ(names.gptTypeName("bfbfafe7-a34f-448a-9a5b-6213eb736c22"), "_CEPH_|JOURNAL");
+  EXPECT_EQ(names.gptTypeName("6a898cc3-1dd2-11b2-99a6-080020736631"), "_SOLARIS_/USR_PARTITION");
+}
+
+TEST(PartitionTypeNames, UnknownGptTypeHasNoName) {
+  PartitionTypeNames names;
+  EXPECT_EQ(names.gptTypeName("00000000-0000-0000-0000-000000000001"), "");
+  EXPECT_EQ(names.gptTypeName("EBD0A0A2-B9E5-4433-87C0-68B6B72699C7"), "") << "keys are lower case";
+  EXPECT_EQ(names.gptTypeName("ebd0a0a2-b9e5-4433-87c0-68b6b72699c7"), "_WINDOWS_BASIC_DATA_PARTITION");
+}
+
+TEST(PartitionTypeNames, MbrNamesAndUnnamedTypes) {
+  PartitionTypeNames names;
+  EXPECT_EQ(names.mbrTypeName(7), "IFS, HPFS, NTFS, exFAT");
+  EXPECT_EQ(names.mbrTypeName(11), "FAT32");
+  EXPECT_EQ(names.mbrTypeName(57), "Plan 9");
+  EXPECT_EQ(names.mbrTypeName(5), "") << "the extended type has no name of its own";
+  EXPECT_EQ(names.mbrTypeName(0), "");
+}
+
+TEST(PartitionTypeNames, FormatGuidGivesTheLowerCaseTextForm) {
+  const uint8_t tail[8] = {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7};
+  EXPECT_EQ(PartitionTypeNames::formatGuid(0xEBD0A0A2, 0xB9E5, 0x4433, tail), "ebd0a0a2-b9e5-4433-87c0-68b6b72699c7");
+}
+
+TEST(PartitionTypeNames, ExtendedTypesFollowTheirOwnList) {
+  for (uint64_t type : {5, 15, 21, 31, 34, 57, 59, 92, 94, 95, 133, 145, 153, 155, 165, 166, 169, 191, 197, 207, 213, 245}) {
+    EXPECT_TRUE(isExtendedType(type)) << type;
+  }
+  EXPECT_TRUE(isExtendedType(57)) << "named Plan 9, still a container";
+  EXPECT_FALSE(isExtendedType(7));
+  EXPECT_FALSE(isExtendedType(0));
+  EXPECT_FALSE(isExtendedType(0x105)) << "only the type byte's own values count";
+}
+
+}  // namespace
