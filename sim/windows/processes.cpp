@@ -1,5 +1,5 @@
-// Child processes, pipes, the process token and its privileges, controller
-// libraries, and text conversion on the simulated PC.
+// Child processes, pipes, the process token and its privileges, and
+// controller libraries on the simulated PC.
 //
 // A child is scripted by the machine's "processes": its output and exit
 // code. It writes its output into the pipe as the parent reads it, a line at
@@ -329,53 +329,4 @@ BOOL FreeLibrary(HMODULE module) {
   }
   face.close(module);
   return TRUE;
-}
-
-int MultiByteToWideChar(UINT codePage, DWORD, LPCSTR text, int length, LPWSTR wide, int wideLength) {
-  if (text == nullptr || length == 0) return fail(ERROR_INVALID_PARAMETER, 0);
-  std::string input = length < 0 ? std::string(text) + '\0' : std::string(text, static_cast<size_t>(length));
-  Win32WideString out;
-  if (codePage == CP_UTF8) {
-    out = sim::windows::widen(input);
-  } else {
-    // The OEM and ANSI pages of the simulated PC: bytes map to the same code points.
-    for (char c : input) out += static_cast<WCHAR>(static_cast<unsigned char>(c));
-  }
-  if (wideLength == 0) return static_cast<int>(out.size());
-  if (wide == nullptr || wideLength < static_cast<int>(out.size())) return fail(ERROR_INSUFFICIENT_BUFFER, 0);
-  std::copy(out.begin(), out.end(), wide);
-  return static_cast<int>(out.size());
-}
-
-int WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int wideLength, LPSTR text, int length, LPCSTR,
-                        BOOL* usedDefault) {
-  if (wide == nullptr || wideLength == 0) return fail(ERROR_INVALID_PARAMETER, 0);
-  Win32WideString input;
-  if (wideLength < 0) {
-    input = Win32WideString(wide);
-    input += WCHAR(0);
-  } else {
-    input.assign(wide, static_cast<size_t>(wideLength));
-  }
-  std::string out;
-  if (usedDefault != nullptr) *usedDefault = FALSE;
-  if (codePage == CP_UTF8) {
-    for (WCHAR c : input) {
-      if (c == 0) {
-        out += '\0';
-        continue;
-      }
-      const WCHAR one[2] = {c, 0};
-      out += sim::windows::narrow(one);
-    }
-  } else {
-    for (WCHAR c : input) {
-      if (c > 0xFF && usedDefault != nullptr) *usedDefault = TRUE;
-      out += c > 0xFF ? '?' : static_cast<char>(c);
-    }
-  }
-  if (length == 0) return static_cast<int>(out.size());
-  if (text == nullptr || length < static_cast<int>(out.size())) return fail(ERROR_INSUFFICIENT_BUFFER, 0);
-  std::memcpy(text, out.data(), out.size());
-  return static_cast<int>(out.size());
 }
