@@ -104,6 +104,12 @@ class StorageProtocol {
     *out = cache;
     return kStatusOk;
   }
+  // Asks the operating system's failure prediction for the device behind
+  // getHandle(): healthy 1 when the drive predicts no failure, 0 when it
+  // does. 34 when the call fails, 2 for a null `healthy`. The protocols fall
+  // back to it when their own SMART query cannot be made.
+  uint32_t getPredictFailureStatus(uint8_t* healthy);
+
   void setBusKind(uint32_t kind) { busKind = kind; }
   void setProtocolKind(uint32_t kind) { protocolKind = kind; }
   uint32_t getBusKind() const { return busKind; }

@@ -249,6 +249,8 @@ constexpr DWORD ERROR_NOT_ALL_ASSIGNED = 1300;
 constexpr DWORD ERROR_NO_SUCH_PRIVILEGE = 1313;
 constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
 constexpr DWORD ERROR_TIMEOUT = 1460;
+constexpr DWORD ERROR_INVALID_FLAGS = 1004;
+constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
 
 // --- Files, handles and waits ----------------------------------------------------
 
@@ -438,3 +440,9 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideLength
 
 #include "win32/win32_storage_types.h"
 #include "win32/win32_setupapi_types.h"
+
+// Code pages. The simulated PC knows UTF-8 only. Counts of -1 mean "up to and
+// with the NUL"; a size of 0 asks for the size needed. Without the
+// *_ERR_INVALID_CHARS flag a bad sequence becomes U+FFFD.
+constexpr DWORD MB_ERR_INVALID_CHARS = 0x08;
+constexpr DWORD WC_ERR_INVALID_CHARS = 0x80;
