@@ -243,14 +243,14 @@ constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
 constexpr DWORD ERROR_OPERATION_ABORTED = 995;
 constexpr DWORD ERROR_IO_INCOMPLETE = 996;
 constexpr DWORD ERROR_IO_PENDING = 997;
+constexpr DWORD ERROR_INVALID_FLAGS = 1004;
+constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
 constexpr DWORD ERROR_IO_DEVICE = 1117;
 constexpr DWORD ERROR_DEVICE_NOT_CONNECTED = 1167;
 constexpr DWORD ERROR_NOT_ALL_ASSIGNED = 1300;
 constexpr DWORD ERROR_NO_SUCH_PRIVILEGE = 1313;
 constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
 constexpr DWORD ERROR_TIMEOUT = 1460;
-constexpr DWORD ERROR_INVALID_FLAGS = 1004;
-constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
 
 // --- Files, handles and waits ----------------------------------------------------
 
@@ -434,15 +434,14 @@ BOOL GetExitCodeProcess(HANDLE process, LPDWORD exitCode);
 BOOL TerminateProcess(HANDLE process, UINT exitCode);
 UINT WinExec(LPCSTR commandLine, UINT showCommand);
 
+// Code pages: the simulated PC knows UTF-8 only.
+constexpr DWORD MB_ERR_INVALID_CHARS = 0x08;
+constexpr DWORD WC_ERR_INVALID_CHARS = 0x80;
+// Counts of -1 mean "up to and with the NUL"; a size of 0 asks for the size
+// needed. Without the *_ERR_INVALID_CHARS flag a bad sequence becomes U+FFFD.
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int length, LPWSTR wide, int wideLength);
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideLength, LPSTR text, int length,
                         LPCSTR defaultChar, BOOL* usedDefault);
 
 #include "win32/win32_storage_types.h"
 #include "win32/win32_setupapi_types.h"
-
-// Code pages. The simulated PC knows UTF-8 only. Counts of -1 mean "up to and
-// with the NUL"; a size of 0 asks for the size needed. Without the
-// *_ERR_INVALID_CHARS flag a bad sequence becomes U+FFFD.
-constexpr DWORD MB_ERR_INVALID_CHARS = 0x08;
-constexpr DWORD WC_ERR_INVALID_CHARS = 0x80;
