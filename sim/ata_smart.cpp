@@ -376,7 +376,7 @@ bool AtaDrive::buildLog(uint8_t address, uint16_t page, bool viaGpl, uint8_t* ou
 // SMART self-test log (6): 0-1 revision (1), 2-505 21 descriptors of 24
 // bytes, 508 index of the newest descriptor (1-based, 0: none), 511
 // checksum. Descriptor: 0 subcommand, 1 execution status, 2-3 lifetime
-// hours, 4 checkpoint, 5-8 failing LBA (28 bits), 9-23 vendor.
+// hours, 4 checkpoint, 5-8 failing LBA (low 32 bits), 9-23 vendor.
 void AtaDrive::buildSelfTestLog(uint8_t* out) const {
   put16(out, 0x0001);
   const size_t n = std::min<size_t>(selfTests_.size(), 21);
@@ -387,7 +387,7 @@ void AtaDrive::buildSelfTestLog(uint8_t* out) const {
     d[0] = e.subcommand;
     d[1] = e.status;
     put16(d + 2, e.lifetimeHours);
-    const uint32_t lba = e.failingLba == kNoFailingLba ? 0xFFFFFFFF : static_cast<uint32_t>(e.failingLba & 0x0FFFFFFF);
+    const uint32_t lba = e.failingLba == kNoFailingLba ? 0xFFFFFFFF : static_cast<uint32_t>(e.failingLba);
     put32(d + 5, lba);
   }
   out[508] = static_cast<uint8_t>(n);

@@ -250,7 +250,9 @@ ScsiResponse ScsiDrive::logSense(const ScsiRequest& r) {
   std::vector<uint8_t> d(4, 0);
   switch (page) {
     case kLogSupportedPages:
-      d.insert(d.end(), {kLogSupportedPages, kLogTemperature, kLogSelfTest, kLogInformationalExceptions});
+      d.insert(d.end(), {kLogSupportedPages, kLogTemperature});
+      if (profile_.selfTestSupported) d.push_back(kLogSelfTest);
+      d.push_back(kLogInformationalExceptions);
       break;
     case kLogTemperature: {
       // 0x0000 temperature, 0x0001 reference temperature: byte 5 in Celsius.
@@ -260,6 +262,7 @@ ScsiResponse ScsiDrive::logSense(const ScsiRequest& r) {
       break;
     }
     case kLogSelfTest:
+      if (!profile_.selfTestSupported) return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
       d = selfTestLogPage();
       break;
     case kLogInformationalExceptions: {

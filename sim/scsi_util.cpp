@@ -9,7 +9,9 @@ namespace sim {
 std::vector<uint8_t> buildSense(SenseFormat format, const SenseInfo& info) {
   if (format == SenseFormat::Fixed) {
     std::vector<uint8_t> s(18, 0);
-    s[0] = static_cast<uint8_t>(0x70 | (info.informationValid ? 0x80 : 0));
+    // INFORMATION holds 32 bits here; a larger value leaves VALID clear.
+    const bool valid = info.informationValid && info.information <= 0xFFFFFFFFULL;
+    s[0] = static_cast<uint8_t>(0x70 | (valid ? 0x80 : 0));
     s[2] = info.key & 0x0F;
     putBe32(&s[3], static_cast<uint32_t>(info.information));
     s[7] = 10;

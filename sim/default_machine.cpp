@@ -1,0 +1,200 @@
+// The built-in machine: seven disks of the kinds the module meets in the
+// field, each with its own identity, on sparse media.
+#include "sim/machine.h"
+
+namespace sim {
+
+const char* Machine::defaultMachineJson() {
+  return R"JSON({
+  "name": "default",
+  "disks": [
+    {
+      "name": "hdd0",
+      "kind": "ata",
+      "bus": "sata",
+      "profile": {
+        "model": "WDC WD10EZEX-08WN4A0",
+        "serial": "WD-WCC6Y3KL5627",
+        "firmware": "01.01A01",
+        "capacitySectors": 1953525168,
+        "physicalSectorExponent": 3,
+        "rotationRate": 7200,
+        "bufferSize": 0,
+        "majorVersion": 2040,
+        "minorVersion": 31,
+        "temperatureCelsius": 36,
+        "powerOnHours": 18342,
+        "smart": {
+          "shortTestMinutes": 2,
+          "extendedTestMinutes": 112,
+          "selfTestStatus": 115,
+          "attributes": [
+            {"id": 1, "flags": 47, "value": 200, "worst": 200, "raw": 14, "threshold": 51},
+            {"id": 3, "flags": 39, "value": 175, "worst": 171, "raw": 4233, "threshold": 21},
+            {"id": 4, "flags": 50, "value": 99, "worst": 99, "raw": 1287, "threshold": 0},
+            {"id": 5, "flags": 51, "value": 200, "worst": 200, "raw": 0, "threshold": 140},
+            {"id": 7, "flags": 46, "value": 200, "worst": 200, "raw": 0, "threshold": 0},
+            {"id": 9, "flags": 50, "value": 75, "worst": 75, "raw": 18342, "threshold": 0},
+            {"id": 10, "flags": 50, "value": 100, "worst": 253, "raw": 0, "threshold": 0},
+            {"id": 12, "flags": 50, "value": 99, "worst": 99, "raw": 1279, "threshold": 0},
+            {"id": 192, "flags": 50, "value": 200, "worst": 200, "raw": 61, "threshold": 0},
+            {"id": 193, "flags": 50, "value": 198, "worst": 198, "raw": 6745, "threshold": 0},
+            {"id": 194, "flags": 34, "value": 107, "worst": 96, "raw": 36, "threshold": 0},
+            {"id": 196, "flags": 50, "value": 200, "worst": 200, "raw": 0, "threshold": 0},
+            {"id": 197, "flags": 50, "value": 200, "worst": 200, "raw": 2, "threshold": 0},
+            {"id": 198, "flags": 48, "value": 100, "worst": 253, "raw": 0, "threshold": 0},
+            {"id": 199, "flags": 50, "value": 200, "worst": 200, "raw": 0, "threshold": 0},
+            {"id": 200, "flags": 8, "value": 200, "worst": 200, "raw": 3, "threshold": 0}
+          ],
+          "selfTestLog": [
+            {"subcommand": 1, "status": 0, "hours": 17990},
+            {"subcommand": 2, "status": 115, "hours": 18320, "failingLba": 193536017}
+          ],
+          "errorLog": [
+            {"command": 37, "lba": 193536017, "count": 8, "error": 64, "status": 81, "hours": 18311},
+            {"command": 37, "lba": 257011330, "count": 8, "error": 64, "status": 81, "hours": 18312}
+          ],
+          "errorCount": 2
+        }
+      },
+      "faults": {"unreadableSectors": [193536017, 257011330]}
+    },
+    {
+      "name": "ssd0",
+      "kind": "ata",
+      "bus": "sata",
+      "profile": {
+        "model": "CT500MX500SSD1",
+        "serial": "1904E1E4A6B2",
+        "firmware": "M3CR023",
+        "capacitySectors": 976773168,
+        "physicalSectorExponent": 3,
+        "rotationRate": 1,
+        "trim": true,
+        "majorVersion": 4088,
+        "minorVersion": 0,
+        "temperatureCelsius": 33,
+        "powerOnHours": 9120,
+        "smart": {
+          "shortTestMinutes": 2,
+          "extendedTestMinutes": 30,
+          "offlineCapability": 123,
+          "attributes": [
+            {"id": 1, "flags": 47, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 5, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 10},
+            {"id": 9, "flags": 50, "value": 100, "worst": 100, "raw": 9120, "threshold": 0},
+            {"id": 12, "flags": 50, "value": 100, "worst": 100, "raw": 842, "threshold": 0},
+            {"id": 171, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 172, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 173, "flags": 50, "value": 97, "worst": 97, "raw": 46, "threshold": 0},
+            {"id": 174, "flags": 50, "value": 100, "worst": 100, "raw": 71, "threshold": 0},
+            {"id": 180, "flags": 51, "value": 0, "worst": 0, "raw": 52, "threshold": 0},
+            {"id": 184, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 187, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 194, "flags": 34, "value": 67, "worst": 51, "raw": 33, "threshold": 0},
+            {"id": 196, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 197, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 198, "flags": 48, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 199, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 202, "flags": 48, "value": 97, "worst": 97, "raw": 3, "threshold": 1},
+            {"id": 206, "flags": 14, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 246, "flags": 50, "value": 100, "worst": 100, "raw": 9461927531, "threshold": 0},
+            {"id": 247, "flags": 50, "value": 100, "worst": 100, "raw": 296340621, "threshold": 0},
+            {"id": 248, "flags": 50, "value": 100, "worst": 100, "raw": 208472390, "threshold": 0}
+          ],
+          "selfTestLog": [
+            {"subcommand": 1, "status": 0, "hours": 9001}
+          ]
+        }
+      }
+    },
+    {
+      "name": "nvme0",
+      "kind": "nvme",
+      "bus": "nvme",
+      "profile": {
+        "model": "Samsung SSD 970 EVO Plus 1TB",
+        "serial": "S4EWNX0R512345B",
+        "firmware": "2B2QEXM7",
+        "eui64": "0x002538581B40C0DE",
+        "capacitySectors": 1953525168,
+        "health": {"compositeTemperatureKelvin": 311, "percentageUsed": 2, "powerOnHours": 5310}
+      }
+    },
+    {
+      "name": "sas0",
+      "kind": "scsi",
+      "bus": "sas",
+      "profile": {
+        "vendor": "SEAGATE",
+        "product": "ST4000NM0025",
+        "revision": "E001",
+        "serial": "ZC1A2B3C0000R8141VBK",
+        "wwn": "0x5000C500A1B2C3D4",
+        "capacitySectors": 7814037168,
+        "rotationRate": 7200,
+        "formFactor": 3,
+        "temperatureCelsius": 34,
+        "powerOnHours": 30544,
+        "selfTest": {
+          "shortSeconds": 90,
+          "extendedSeconds": 30000,
+          "log": [{"code": 1, "result": 0, "hours": 30100}]
+        }
+      }
+    },
+    {
+      "name": "usb0",
+      "kind": "ata",
+      "bus": "usb",
+      "profile": {
+        "model": "WDC WD20SDRW-11VUUS0",
+        "serial": "WD-WX21A17R4PLD",
+        "firmware": "01.01A01",
+        "capacitySectors": 3907029168,
+        "physicalSectorExponent": 3,
+        "rotationRate": 5400,
+        "temperatureCelsius": 39,
+        "powerOnHours": 2210,
+        "smart": {
+          "attributes": [
+            {"id": 1, "flags": 47, "value": 200, "worst": 200, "raw": 0, "threshold": 51},
+            {"id": 5, "flags": 51, "value": 200, "worst": 200, "raw": 0, "threshold": 140},
+            {"id": 9, "flags": 50, "value": 97, "worst": 97, "raw": 2210, "threshold": 0},
+            {"id": 194, "flags": 34, "value": 111, "worst": 100, "raw": 39, "threshold": 0},
+            {"id": 197, "flags": 50, "value": 200, "worst": 200, "raw": 0, "threshold": 0}
+          ]
+        }
+      },
+      "bridge": {"type": "sat", "vendor": "WD", "product": "Elements 25A2", "revision": "1021",
+                 "serial": "575836314137375234504C44"}
+    },
+    {
+      "name": "usb1",
+      "kind": "ata",
+      "bus": "usb",
+      "profile": {
+        "model": "ST1000LM035-1RK172",
+        "serial": "WL1DM4X7",
+        "firmware": "LCM2",
+        "capacitySectors": 1953525168,
+        "physicalSectorExponent": 3,
+        "rotationRate": 5400,
+        "temperatureCelsius": 31,
+        "powerOnHours": 644
+      },
+      "bridge": {"type": "jmicron", "vendor": "JMicron", "product": "Generic", "revision": "0508",
+                 "serial": "0123456789ABCDEF"}
+    },
+    {
+      "name": "emmc0",
+      "kind": "emmc",
+      "bus": "mmc",
+      "profile": {"capacitySectors": 244277248},
+      "descriptor": {"vendorId": "", "productId": "BJTD4R", "productRevision": "", "serialNumber": "0x9d0a8a30"}
+    }
+  ]
+})JSON";
+}
+
+}  // namespace sim

@@ -1,0 +1,222 @@
+// The machine description: the built-in machine, the devices each disk
+// gets, and descriptions that are rejected with the field and the reason.
+#include "sim/machine.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "sim/ata_test_util.h"
+#include "sim/scsi_test_util.h"
+
+namespace sim {
+namespace {
+
+using testutil::lba48Request;
+using testutil::readInto;
+using testutil::scsiIn;
+using testutil::smartRequest;
+
+std::string rejection(const std::string& text) {
+  std::string error;
+  auto machine = Machine::fromJsonText(text, &error);
+  EXPECT_EQ(machine, nullptr) << text;
+  return error;
+}
+
+std::string oneDisk(const std::string& diskBody) { return R"({"disks": [)" + diskBody + "]}"; }
+
+TEST(Machine, DefaultMachineHasTheSevenDisksOnTheirBuses) {
+  auto machine = Machine::defaultMachine();
+  ASSERT_NE(machine, nullptr);
+  ASSERT_EQ(machine->disks.size(), 7u);
+  const std::vector<std::pair<std::string, uint32_t>> expected = {
+      {"hdd0", kBusTypeSata}, {"ssd0", kBusTypeSata}, {"nvme0", kBusTypeNvme}, {"sas0", kBusTypeSas},
+      {"usb0", kBusTypeUsb},  {"usb1", kBusTypeUsb},  {"emmc0", kBusTypeMmc}};
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(machine->disks[i].name, expected[i].first);
+    EXPECT_EQ(machine->disks[i].busType, expected[i].second);
+  }
+  // ATA pass-through only where the port has an ATA path.
+  EXPECT_NE(machine->findDisk("hdd0")->ata, nullptr);
+  EXPECT_EQ(machine->findDisk("usb0")->ata, nullptr);
+  EXPECT_EQ(machine->findDisk("nvme0")->ata, nullptr);
+  EXPECT_EQ(machine->findDisk("sas0")->ata, nullptr);
+  EXPECT_EQ(machine->findDisk("emmc0")->scsi, nullptr);
+  EXPECT_EQ(machine->findDisk("emmc0")->ata, nullptr);
+  for (const auto& disk : machine->disks) {
+    ASSERT_NE(disk.media, nullptr) << disk.name;
+    EXPECT_GE(disk.media->byteSize(), 100ULL << 30) << disk.name;
+    EXPECT_EQ(disk.media->storedSectors(), 0u) << disk.name;
+    EXPECT_FALSE(disk.productId.empty()) << disk.name;
+    EXPECT_FALSE(disk.serialNumber.empty()) << disk.name;
+  }
+  EXPECT_EQ(machine->findDisk("nvme0")->vendorId, "NVMe");
+  EXPECT_EQ(machine->findDisk("usb1")->vendorId, "JMicron");
+  EXPECT_EQ(machine->findDisk("hdd0")->productId, "WDC WD10EZEX-08WN4A0");
+}
+
+TEST(Machine, DefaultHardDiskHasTwoPendingSectorsAndAFailedSelfTest) {
+  auto machine = Machine::defaultMachine();
+  Disk* hdd = machine->findDisk("hdd0");
+  ASSERT_NE(hdd, nullptr);
+  EXPECT_EQ(hdd->media->unreadableCount(UnreadableKind::Pending), 2u);
+  std::vector<uint8_t> data;
+  ASSERT_EQ(readInto(*hdd->ata, smartRequest(0xD0, 0, 1), data, 512).out.status, 0x50);
+  bool found197 = false;
+  for (int i = 0; i < 30; ++i) {
+    const uint8_t* e = &data[2 + 12 * i];
+    if (e[0] == 197) {
+      found197 = true;
+      EXPECT_EQ(e[5], 2);
+    }
+  }
+  EXPECT_TRUE(found197);
+  ASSERT_EQ(readInto(*hdd->ata, smartRequest(0xD5, 6, 1), data, 512).out.status, 0x50);
+  const int newest = data[508];
+  ASSERT_GE(newest, 1);
+  const uint8_t* d = &data[2 + 24 * (newest - 1)];
+  EXPECT_EQ(d[1] >> 4, 7);
+  const uint32_t failing = uint32_t{d[5]} | d[6] << 8 | d[7] << 16 | uint32_t{d[8]} << 24;
+  EXPECT_TRUE(hdd->media->isUnreadable(failing));
+  const auto read = readInto(*hdd->ata, lba48Request(0x24, failing, 1), data, 512);
+  EXPECT_EQ(read.out.error, 0x40);
+}
+
+TEST(Machine, EveryScsiPathOfTheDefaultMachineAnswersInquiry) {
+  auto machine = Machine::defaultMachine();
+  for (auto& disk : machine->disks) {
+    if (!disk.scsi) continue;
+    const auto call = scsiIn(*disk.scsi, {0x12, 0, 0, 0, 36, 0}, 36);
+    EXPECT_EQ(call.response.status, 0) << disk.name;
+    EXPECT_EQ(call.data.size(), 36u) << disk.name;
+  }
+}
+
+TEST(Machine, JournalShowsTheTranslatedCommandsAtTheDrive) {
+  auto machine = Machine::defaultMachine();
+  Disk* usb = machine->findDisk("usb0");
+  scsiIn(*usb->scsi, {0x28, 0, 0, 0, 0, 0, 0, 0, 1, 0}, 512);
+  const auto atBridge = machine->journal().opcodesTo("usb0.bridge");
+  const auto atDrive = machine->journal().opcodesTo("usb0");
+  EXPECT_EQ(atBridge, (std::vector<uint8_t>{0x28}));
+  EXPECT_EQ(atDrive, (std::vector<uint8_t>{0xEC, 0x24}));  // IDENTIFY once, then the read
+}
+
+TEST(Machine, RawIoPassesEveryFaultStateOnThePath) {
+  auto machine = Machine::fromJsonText(oneDisk(R"({"name": "u", "kind": "ata", "bus": "usb",
+      "profile": {"capacitySectors": 1000}, "bridge": {"type": "sat", "faults": {"vanishAfterCommands": 1}}})"),
+                                       nullptr);
+  ASSERT_NE(machine, nullptr);
+  Disk& disk = machine->disks[0];
+  EXPECT_EQ(disk.faultPath.size(), 2u);
+  EXPECT_EQ(disk.admitRawIo(false, 5), Completion::Done);
+  EXPECT_EQ(disk.admitRawIo(false, 5), Completion::NoDevice);
+}
+
+TEST(Machine, FaceKeysAreKeptAsRawJson) {
+  auto machine = Machine::fromJsonText(R"({"controllers": [{"x": 1}], "libraries": {"storelib.dll": true},
+      "processes": [], "disks": [{"name": "e", "kind": "emmc", "bus": "sd", "profile": {"capacitySectors": 100},
+      "partitions": {"style": "gpt"}, "volumes": [1], "files": {"a": "b"}}]})",
+                                       nullptr);
+  ASSERT_NE(machine, nullptr);
+  EXPECT_EQ(machine->description["libraries"]["storelib.dll"], true);
+  EXPECT_EQ(machine->disks[0].description["partitions"]["style"], "gpt");
+  EXPECT_EQ(machine->disks[0].busType, kBusTypeSd);
+}
+
+TEST(Machine, LoadTakesDefaultJsonTextOrAFile) {
+  std::string error;
+  EXPECT_NE(Machine::load("default", &error), nullptr) << error;
+  EXPECT_NE(Machine::load(R"( {"disks": []})", &error), nullptr) << error;
+  const std::string path = ::testing::TempDir() + "/sim_machine.json";
+  {
+    std::ofstream f(path);
+    f << R"({"name": "from-file", "disks": []})";
+  }
+  auto machine = Machine::load(path, &error);
+  ASSERT_NE(machine, nullptr) << error;
+  EXPECT_EQ(machine->name, "from-file");
+  std::remove(path.c_str());
+  EXPECT_EQ(Machine::load("/nonexistent/machine.json", &error), nullptr);
+  EXPECT_NE(error.find("/nonexistent/machine.json"), std::string::npos);
+}
+
+TEST(MachineDescription, RejectsAWrongTypeNamingTheField) {
+  const std::string text = R"({"disks": [
+      {"name": "a", "kind": "emmc", "profile": {"capacitySectors": 10}},
+      {"name": "b", "kind": "emmc", "profile": {"capacitySectors": 10}},
+      {"name": "c", "kind": "ata", "profile": {"capacitySectors": "big"}}]})";
+  EXPECT_EQ(rejection(text), "disks[2].profile.capacitySectors: expected an unsigned integer");
+}
+
+TEST(MachineDescription, RejectsUnknownKeysAtEveryLevel) {
+  EXPECT_EQ(rejection(R"({"disks": [], "colour": 1})"), "colour: unknown key");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1}, "speed": 2})")),
+            "disks[0].speed: unknown key");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "profile": {"capacitySectors": 1, "smart":
+      {"attributes": [{"id": 5, "valu": 1}]}}})")),
+            "disks[0].profile.smart.attributes[0].valu: unknown key");
+}
+
+TEST(MachineDescription, RejectsMissingAndOutOfRangeFields) {
+  EXPECT_EQ(rejection(oneDisk(R"({"kind": "emmc", "profile": {"capacitySectors": 1}})")), "disks[0].name: missing");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "emmc", "profile": {}})")),
+            "disks[0].profile.capacitySectors: missing");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "profile": {"capacitySectors": 1,
+      "smart": {"attributes": [{"id": 300}]}}})")),
+            "disks[0].profile.smart.attributes[0].id: must be at most 255");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1,
+      "logicalSectorSize": 1000}})")),
+            "disks[0].profile.logicalSectorSize: must be a power of two from 512 to 65536");
+}
+
+TEST(MachineDescription, RejectsChoicesOutsideTheirList) {
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "floppy"})")),
+            R"(disks[0].kind: expected one of "ata", "scsi", "nvme", "emmc")");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "nvme", "bus": "sata", "profile": {"capacitySectors": 1}})")),
+            "disks[0].bus: not a bus for a disk of this kind");
+}
+
+TEST(MachineDescription, RejectsBridgesWhereNoneBelongs) {
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "bus": "usb", "profile": {"capacitySectors": 1}})")),
+            "disks[0].bridge: missing: an ATA disk on the USB bus needs a bridge");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "bus": "sata", "profile": {"capacitySectors": 1},
+      "bridge": {"type": "sat"}})")),
+            "disks[0].bridge: only an ATA disk on the USB bus has a bridge");
+}
+
+TEST(MachineDescription, RejectsUnreadableSectorsBeyondTheDisk) {
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "emmc", "profile": {"capacitySectors": 10},
+      "faults": {"unreadableSectors": [3, 10]}})")),
+            "disks[0].faults.unreadableSectors[1]: beyond the last sector of the disk");
+}
+
+TEST(MachineDescription, RejectsDuplicateNamesBadJsonAndMissingImages) {
+  EXPECT_EQ(rejection(R"({"disks": [{"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1}},
+      {"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1}}]})"),
+            "disks[1].name: a disk of this name exists already");
+  EXPECT_EQ(rejection("{\"disks\": ["), "(machine): not valid JSON");
+  EXPECT_EQ(rejection("[]"), "(machine): expected an object");
+  const std::string error = rejection(oneDisk(R"({"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1},
+      "media": {"image": "/nonexistent/x.img"}})"));
+  EXPECT_EQ(error.rfind("disks[0].media.image: cannot open image file", 0), 0u) << error;
+}
+
+TEST(MachineDescription, FaultsAndUnreadableKindsReachTheDevices) {
+  auto machine = Machine::fromJsonText(oneDisk(R"({"name": "a", "kind": "ata", "profile": {"capacitySectors": 100},
+      "faults": {"hang": true, "opcodes": [176], "unreadableSectors": [{"lba": 4, "kind": "flagged"}, 9]}})"),
+                                       nullptr);
+  ASSERT_NE(machine, nullptr);
+  Disk& disk = machine->disks[0];
+  EXPECT_EQ(disk.media->unreadableSectors().at(4), UnreadableKind::Flagged);
+  EXPECT_EQ(disk.media->unreadableSectors().at(9), UnreadableKind::Pending);
+  AtaRequest smart = smartRequest(0xDA);
+  smart.timeoutSeconds = 7;
+  EXPECT_EQ(disk.ata->executeAta(smart).completion, Completion::Timeout);
+  EXPECT_EQ(machine->clock().nowMs(), 7000u);
+}
+
+}  // namespace
+}  // namespace sim
