@@ -26,7 +26,7 @@ test-asan: configure-asan
 	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --preset asan
 
 demo: build
-	@./build/cli/catalogue_demo ./build/libmodule_storage.so
+	@cli/demo.sh build/cli/hwc_cli
 
 # Compiles src/win32/ and every Win* source against the real Windows headers.
 cross: deps

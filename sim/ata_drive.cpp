@@ -238,24 +238,12 @@ void AtaDrive::readSectors(Context& c) {
     abort(c, a.ext && !profile_.lba48 ? kAtaErrorAbrt : kAtaErrorIdnf);
     return;
   }
-  const uint32_t sectorSize = media_->sectorSize();
   const bool toHost = c.request.direction == Direction::In && c.request.data != nullptr;
-  const uint64_t want = a.count * sectorSize;
   uint64_t failed = 0;
-  MediaResult r;
-  if (toHost && c.request.length >= want) {
-    r = media_->read(a.lba, a.count, c.request.data, &failed);
-    c.response.transferred = static_cast<uint32_t>(r == MediaResult::Ok ? want : (failed - a.lba) * sectorSize);
-  } else {
-    scratch_.resize(want);
-    r = media_->read(a.lba, a.count, scratch_.data(), &failed);
-    const uint64_t good = r == MediaResult::Ok ? want : (failed - a.lba) * sectorSize;
-    if (toHost) {
-      const uint64_t n = std::min<uint64_t>(good, c.request.length);
-      std::memcpy(c.request.data, scratch_.data(), n);
-      c.response.transferred = static_cast<uint32_t>(n);
-    }
-  }
+  uint64_t moved = 0;
+  const MediaResult r = media_->readToHost(a.lba, a.count, toHost ? c.request.data : nullptr,
+                                           toHost ? c.request.length : 0, &failed, &moved);
+  c.response.transferred = static_cast<uint32_t>(moved);
   if (r == MediaResult::Ok) {
     complete(c);
     return;

@@ -140,6 +140,9 @@ class AtaDrive : public AtaDevice {
   AtaResponse executeAta(const AtaRequest& request) override;
 
   const AtaProfile& profile() const { return profile_; }
+  // The profile can be changed while the drive runs (attributes, temperature);
+  // the next command answers from it.
+  AtaProfile& profile() { return profile_; }
   const std::shared_ptr<Media>& media() const { return media_; }
   // The 256 words of IDENTIFY DEVICE, as the drive answers now.
   std::array<uint16_t, 256> identifyWords() const;

@@ -137,5 +137,16 @@ TEST(Faults, DisabledJournalRecordsNothing) {
   EXPECT_TRUE(rig.journal->entries().empty());
 }
 
+TEST(Faults, JournalOverItsLimitDropsTheOldestAndCountsThem) {
+  Rig rig;
+  rig.journal->setLimit(8);
+  for (int i = 0; i < 9; ++i) rig.send(static_cast<uint8_t>(i));
+  EXPECT_EQ(rig.journal->dropped(), 2u);
+  const auto ops = rig.journal->opcodesTo("d0");
+  ASSERT_EQ(ops.size(), 7u);
+  EXPECT_EQ(ops.front(), 2);
+  EXPECT_EQ(ops.back(), 8);
+}
+
 }  // namespace
 }  // namespace sim

@@ -43,6 +43,15 @@ bool Journal::findDevice(const std::string& name, uint32_t* id) const {
   return true;
 }
 
+void Journal::append(const JournalEntry& entry) {
+  if (entries_.size() >= limit_) {
+    const size_t drop = limit_ / 4;
+    entries_.erase(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(drop));
+    dropped_ += drop;
+  }
+  entries_.push_back(entry);
+}
+
 void Journal::recordAta(uint64_t timeMs, uint32_t device, const AtaRegisters& in, const AtaResponse& out) {
   if (!enabled_) return;
   JournalEntry e;
@@ -56,7 +65,7 @@ void Journal::recordAta(uint64_t timeMs, uint32_t device, const AtaRegisters& in
   const uint8_t regs[12] = {in.feature,    in.count,    in.lbaLow,    in.lbaMid,    in.lbaHigh,   in.device,
                             in.command,    in.featureExp, in.countExp, in.lbaLowExp, in.lbaMidExp, in.lbaHighExp};
   std::memcpy(e.bytes.data(), regs, sizeof regs);
-  entries_.push_back(e);
+  append(e);
 }
 
 void Journal::recordScsi(uint64_t timeMs, uint32_t device, const uint8_t* cdb, uint8_t cdbLength,
@@ -75,7 +84,7 @@ void Journal::recordScsi(uint64_t timeMs, uint32_t device, const uint8_t* cdb, u
   }
   e.length = cdbLength > 16 ? 16 : cdbLength;
   if (cdb != nullptr) std::memcpy(e.bytes.data(), cdb, e.length);
-  entries_.push_back(e);
+  append(e);
 }
 
 void Journal::recordWrite(uint64_t timeMs, uint32_t device, uint64_t lba, uint64_t count) {
@@ -86,7 +95,7 @@ void Journal::recordWrite(uint64_t timeMs, uint32_t device, uint64_t lba, uint64
   e.kind = JournalKind::SectorWrite;
   e.lba = lba;
   e.count = count;
-  entries_.push_back(e);
+  append(e);
 }
 
 std::vector<JournalEntry> Journal::entriesFor(const std::string& device) const {

@@ -53,6 +53,12 @@ class Journal {
 
   const std::vector<JournalEntry>& entries() const { return entries_; }
   void clear() { entries_.clear(); }
+  // The journal keeps at most `maxEntries` (a million unless set); beyond
+  // that the oldest quarter is dropped and counted, so that a whole-disk
+  // scan cannot eat the memory. Tests that must see everything check
+  // dropped() == 0.
+  void setLimit(size_t maxEntries) { limit_ = maxEntries < 4 ? 4 : maxEntries; }
+  uint64_t dropped() const { return dropped_; }
 
   // Queries by device name. An unknown name has no entries.
   std::vector<JournalEntry> entriesFor(const std::string& device) const;
@@ -68,7 +74,11 @@ class Journal {
  private:
   bool findDevice(const std::string& name, uint32_t* id) const;
 
+  void append(const JournalEntry& entry);
+
   bool enabled_ = true;
+  size_t limit_ = 1000000;
+  uint64_t dropped_ = 0;
   std::vector<JournalEntry> entries_;
   std::vector<std::string> names_;
   std::unordered_map<std::string, uint32_t> ids_;

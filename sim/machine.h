@@ -19,6 +19,9 @@
 
 namespace sim {
 
+class AtaDrive;
+class ScsiDrive;
+
 // STORAGE_BUS_TYPE values as Windows reports them for a disk.
 enum StorageBusType : uint32_t {
   kBusTypeScsi = 1,
@@ -51,6 +54,12 @@ struct Disk {
   std::shared_ptr<ScsiTarget> scsi;
   // What ReadFile and WriteFile on the disk handle reach.
   std::shared_ptr<Media> media;
+  // The device models themselves, for tests that change their state while a
+  // run goes on (an attribute falling to its threshold, a health warning):
+  // the ATA drive of an ATA disk, the SCSI drive of a SCSI disk or the
+  // NvmeDisk of an NVMe disk; null otherwise.
+  std::shared_ptr<AtaDrive> ataDrive;
+  std::shared_ptr<ScsiDrive> scsiDrive;
   // The fault states along the path to the medium, outermost first (bridge,
   // then drive). Raw reads and writes pass them through admitRawIo.
   std::vector<std::shared_ptr<FaultState>> faultPath;

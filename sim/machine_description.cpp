@@ -370,7 +370,7 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   const std::vector<std::string> buses = {"ata", "sata", "usb", "sas", "scsi", "nvme", "mmc", "sd"};
   const uint32_t busTypes[] = {kBusTypeAta, kBusTypeSata, kBusTypeUsb, kBusTypeSas,
                                kBusTypeScsi, kBusTypeNvme, kBusTypeMmc, kBusTypeSd};
-  const std::vector<std::vector<size_t>> allowed = {{0, 1, 2}, {2, 3, 4}, {5}, {6, 7}};
+  const std::vector<std::vector<size_t>> allowed = {{1, 0, 2}, {3, 4, 2}, {5}, {6, 7}};  // default first
   size_t bus = allowed[kind][0];
   if (r.choice("bus", buses, &bus) &&
       std::find(allowed[kind].begin(), allowed[kind].end(), bus) == allowed[kind].end()) {
@@ -448,8 +448,8 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   auto diskFaults = std::make_shared<FaultState>(clock, faults.plan);
   switch (kind) {
     case 0: {
-      auto drive = std::make_shared<FaultyAtaDevice>(std::make_shared<AtaDrive>(ata, disk.media, clock), diskFaults,
-                                                     journal, disk.name, clock);
+      disk.ataDrive = std::make_shared<AtaDrive>(ata, disk.media, clock);
+      auto drive = std::make_shared<FaultyAtaDevice>(disk.ataDrive, diskFaults, journal, disk.name, clock);
       if (usbAta) {
         auto bridgeState = std::make_shared<FaultState>(clock, bridgeFaults.plan);
         disk.scsi = std::make_shared<FaultyScsiTarget>(std::make_shared<SatLayer>(bridge, drive), bridgeState,
@@ -475,8 +475,8 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
       break;
     }
     case 1:
-      disk.scsi = std::make_shared<FaultyScsiTarget>(std::make_shared<ScsiDrive>(scsi, disk.media, clock), diskFaults,
-                                                     journal, disk.name, clock);
+      disk.scsiDrive = std::make_shared<ScsiDrive>(scsi, disk.media, clock);
+      disk.scsi = std::make_shared<FaultyScsiTarget>(disk.scsiDrive, diskFaults, journal, disk.name, clock);
       disk.faultPath = {diskFaults};
       if (!haveDescriptor) {
         vendorId = scsi.vendor;
@@ -486,8 +486,8 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
       }
       break;
     case 2:
-      disk.scsi = std::make_shared<FaultyScsiTarget>(std::make_shared<NvmeDisk>(nvme, disk.media, clock), diskFaults,
-                                                     journal, disk.name, clock);
+      disk.scsiDrive = std::make_shared<NvmeDisk>(nvme, disk.media, clock);
+      disk.scsi = std::make_shared<FaultyScsiTarget>(disk.scsiDrive, diskFaults, journal, disk.name, clock);
       disk.faultPath = {diskFaults};
       if (!haveDescriptor) {
         vendorId = "NVMe";

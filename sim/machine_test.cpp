@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "sim/ata_drive.h"
 #include "sim/ata_test_util.h"
 #include "sim/scsi_test_util.h"
 
@@ -82,6 +83,19 @@ TEST(Machine, DefaultHardDiskHasTwoPendingSectorsAndAFailedSelfTest) {
   EXPECT_TRUE(hdd->media->isUnreadable(failing));
   const auto read = readInto(*hdd->ata, lba48Request(0x24, failing, 1), data, 512);
   EXPECT_EQ(read.out.error, 0x40);
+}
+
+TEST(Machine, AttributeChangedOnTheDriveModelShowsInReturnStatus) {
+  auto machine = Machine::defaultMachine();
+  Disk* ssd = machine->findDisk("ssd0");
+  ASSERT_NE(ssd->ataDrive, nullptr);
+  EXPECT_EQ(ssd->ata->executeAta(smartRequest(0xDA)).out.lbaHigh, 0xC2);
+  for (auto& a : ssd->ataDrive->profile().attributes) {
+    if (a.id == 5) a.value = a.threshold;
+  }
+  EXPECT_EQ(ssd->ata->executeAta(smartRequest(0xDA)).out.lbaHigh, 0x2C);
+  EXPECT_NE(machine->findDisk("nvme0")->scsiDrive, nullptr);
+  EXPECT_EQ(machine->findDisk("usb0")->scsiDrive, nullptr);
 }
 
 TEST(Machine, EveryScsiPathOfTheDefaultMachineAnswersInquiry) {
@@ -216,6 +230,26 @@ TEST(MachineDescription, FaultsAndUnreadableKindsReachTheDevices) {
   smart.timeoutSeconds = 7;
   EXPECT_EQ(disk.ata->executeAta(smart).completion, Completion::Timeout);
   EXPECT_EQ(machine->clock().nowMs(), 7000u);
+}
+
+}  // namespace
+}  // namespace sim
+
+namespace sim {
+namespace {
+
+TEST(MachineDescription, BusDefaultsToTheUsualOneForTheKind) {
+  auto machine = Machine::fromJsonText(R"({"disks": [
+      {"name": "a", "kind": "ata", "profile": {"capacitySectors": 10}},
+      {"name": "s", "kind": "scsi", "profile": {"capacitySectors": 10}},
+      {"name": "n", "kind": "nvme", "profile": {"capacitySectors": 10}},
+      {"name": "e", "kind": "emmc", "profile": {"capacitySectors": 10}}]})",
+                                       nullptr);
+  ASSERT_NE(machine, nullptr);
+  EXPECT_EQ(machine->disks[0].busType, kBusTypeSata);
+  EXPECT_EQ(machine->disks[1].busType, kBusTypeSas);
+  EXPECT_EQ(machine->disks[2].busType, kBusTypeNvme);
+  EXPECT_EQ(machine->disks[3].busType, kBusTypeMmc);
 }
 
 }  // namespace

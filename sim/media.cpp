@@ -72,6 +72,31 @@ MediaResult Media::read(uint64_t lba, uint64_t count, uint8_t* out, uint64_t* fa
   return MediaResult::Ok;
 }
 
+MediaResult Media::readToHost(uint64_t lba, uint64_t count, uint8_t* out, uint64_t room, uint64_t* failedLba,
+                              uint64_t* moved) const {
+  *moved = 0;
+  if (lba > sectorCount_ || count > sectorCount_ - lba) return MediaResult::OutOfRange;
+  uint64_t good = count;
+  uint64_t bad = 0;
+  const bool failed = count != 0 && firstUnreadable(lba, lba + count - 1, &bad);
+  if (failed) {
+    good = bad - lba;
+    if (failedLba != nullptr) *failedLba = bad;
+  }
+  if (out == nullptr) room = 0;
+  const uint64_t whole = std::min<uint64_t>(good, room / sectorSize_);
+  if (whole > 0) read(lba, whole, out);
+  *moved = whole * sectorSize_;
+  const uint64_t rest = room - *moved;
+  if (whole < good && rest > 0) {
+    std::vector<uint8_t> sector(sectorSize_);
+    read(lba + whole, 1, sector.data());
+    std::memcpy(out + *moved, sector.data(), rest);
+    *moved += rest;
+  }
+  return failed ? MediaResult::Unreadable : MediaResult::Ok;
+}
+
 MediaResult Media::write(uint64_t lba, uint64_t count, const uint8_t* in) {
   if (lba > sectorCount_ || count > sectorCount_ - lba) return MediaResult::OutOfRange;
   for (uint64_t i = 0; i < count; ++i) {

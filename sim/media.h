@@ -62,6 +62,13 @@ class Media {
   // Every write is entered in the journal under this media's device name.
   MediaResult write(uint64_t lba, uint64_t count, const uint8_t* in);
 
+  // A read into a host buffer of `room` bytes that may be shorter than the
+  // range (or absent): the outcome is that of the whole range, but only the
+  // readable sectors before any failure that fit in `room` are copied.
+  // *moved gets the bytes copied. Memory use stays at one sector.
+  MediaResult readToHost(uint64_t lba, uint64_t count, uint8_t* out, uint64_t room, uint64_t* failedLba,
+                         uint64_t* moved) const;
+
   // Byte-addressed forms for the raw ReadFile/WriteFile path. The offset and
   // length need not be sector-aligned; a touched unreadable sector fails the
   // read the same way.

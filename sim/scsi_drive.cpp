@@ -188,15 +188,11 @@ ScsiResponse ScsiDrive::readWrite(const ScsiRequest& r) {
     ok.transferred = static_cast<uint32_t>(bytes);
     return ok;
   }
-  const bool direct = r.direction == Direction::In && r.data != nullptr && r.length >= bytes;
-  uint8_t* target = r.data;
-  if (!direct) {
-    scratch_.resize(bytes);
-    target = scratch_.data();
-  }
+  const bool toHost = r.direction == Direction::In && r.data != nullptr;
   uint64_t failed = 0;
-  const MediaResult result = media_->read(range.lba, range.count, target, &failed);
-  const uint64_t good = result == MediaResult::Ok ? bytes : (failed - range.lba) * size;
+  uint64_t moved = 0;
+  const MediaResult result =
+      media_->readToHost(range.lba, range.count, toHost ? r.data : nullptr, toHost ? r.length : 0, &failed, &moved);
   ScsiResponse response;
   if (result != MediaResult::Ok) {
     SenseInfo info;
@@ -206,13 +202,7 @@ ScsiResponse ScsiDrive::readWrite(const ScsiRequest& r) {
     info.information = failed;
     response = checkCondition(profile_.senseFormat, info);
   }
-  if (direct) {
-    response.transferred = static_cast<uint32_t>(good);
-  } else if (r.direction == Direction::In && r.data != nullptr) {
-    const uint64_t n = std::min<uint64_t>(good, r.length);
-    std::memcpy(r.data, scratch_.data(), n);
-    response.transferred = static_cast<uint32_t>(n);
-  }
+  response.transferred = static_cast<uint32_t>(moved);
   return response;
 }
 

@@ -102,7 +102,6 @@ class ScsiDrive : public ScsiTarget {
     uint64_t durationMs = 1;
     uint64_t span = 0;
   } test_;
-  std::vector<uint8_t> scratch_;
 };
 
 }  // namespace sim

@@ -147,6 +147,15 @@ TEST(ScsiDrive, UnreadableSectorInDescriptorSenseCarriesAnInformationDescriptor)
   EXPECT_EQ(s[19], 77);
 }
 
+TEST(ScsiDrive, HugeReadIntoASmallBufferFillsOnlyTheBufferAndStillReportsTheBadSector) {
+  ScsiRig rig({}, 1ULL << 32);
+  rig.media->markUnreadable(2000000000ULL);
+  // READ(16) of 2^31 sectors into 1000 bytes: bounded work, bounded copy.
+  const auto call = scsiIn(rig.drive, {0x88, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0}, 1000);
+  EXPECT_EQ(call.response.transferred, 1000u);
+  EXPECT_EQ(senseKey(call.response.sense), kSenseMediumError);
+}
+
 TEST(ScsiDrive, ReadPastTheEndIsLbaOutOfRange) {
   ScsiRig rig({}, 100);
   const auto call = scsiIn(rig.drive, {0x28, 0, 0, 0, 0, 99, 0, 0, 2, 0}, 1024);

@@ -1,0 +1,73 @@
+// The host objects of a run. All their calls come on the thread that called
+// Test::run; only the interrupt count is written from elsewhere.
+#include "host_objects.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "command_line.h"
+#include "interrupts.h"
+#include "messages.h"
+
+namespace hwc {
+
+std::string questionText(const InputRequest& request) {
+  return "question: " + describeMessage(request.title) + ": " + describeMessage(request.text) + " (" +
+         std::to_string(request.numberA) + ", " + std::to_string(request.numberB) + ")";
+}
+
+uint32_t AnswerSource::answer(const InputRequest& request, std::string& answeredBy) {
+  if (!given_.empty()) {
+    answeredBy = "--answer";
+    uint32_t value = given_[std::min(next_, given_.size() - 1)];
+    if (next_ < given_.size()) ++next_;
+    return value;
+  }
+  if (terminal_ && in_ != nullptr) {
+    while (!interruptRequested()) {
+      if (echoQuestion_) std::fprintf(prompt_, "%s\n", questionText(request).c_str());
+      std::fprintf(prompt_, "answer (a number): ");
+      std::fflush(prompt_);
+      char line[64] = {};
+      errno = 0;
+      if (std::fgets(line, sizeof(line), in_) == nullptr) break;  // end of input or Ctrl-C
+      std::string text(line);
+      while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) text.pop_back();
+      uint32_t value = 0;
+      if (parseDecimal(text, value)) {
+        answeredBy = "terminal";
+        return value;
+      }
+      std::fprintf(prompt_, "'%s' is not a number\n", text.c_str());
+    }
+  }
+  answeredBy = "nobody";
+  return 0;
+}
+
+void CliListener::onProgress(uint8_t percent, const std::string& messageKey) {
+  if (record_ != nullptr) record_->events.push_back({percent, messageKey});
+  display_.progress(percent, messageKey);
+}
+
+void CliListener::requestInput(InputRequest& request) {
+  QuestionRecord question;
+  question.title = request.title;
+  question.text = request.text;
+  question.numberA = request.numberA;
+  question.numberB = request.numberB;
+  display_.note("    " + questionText(request));
+  question.answer = answers_.answer(request, question.answeredBy);
+  request.answer = question.answer;
+  display_.note("    answer " + std::to_string(question.answer) + " (" + question.answeredBy + ")");
+  if (record_ != nullptr) record_->questions.push_back(question);
+}
+
+void CliLog::log(std::string message, uint32_t level, void*) {
+  display_.logLine(message, level);
+  if (record_ != nullptr) record_->log.push_back({std::move(message), level});
+}
+
+bool CliRunContext::isAbortRequested() { return interruptRequested(); }
+
+}  // namespace hwc
