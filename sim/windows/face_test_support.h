@@ -98,7 +98,8 @@ inline Machine* install(std::vector<Disk> disks, nlohmann::json description = nl
   machine->description = std::move(description);
   Machine* raw = machine.get();
   std::string error;
-  EXPECT_TRUE(installMachine(std::move(machine), &error)) << error;
+  const bool installed = installMachine(std::move(machine), &error);
+  EXPECT_TRUE(installed) << error;
   return raw;
 }
 

@@ -1,5 +1,5 @@
-// Child processes, pipes, the process token and its privileges, controller
-// libraries, and text conversion on the simulated PC.
+// Child processes, pipes, the process token and its privileges, and
+// controller libraries on the simulated PC.
 //
 // A child is scripted by the machine's "processes": its output and exit
 // code. It writes its output into the pipe as the parent reads it, a line at
@@ -330,5 +330,3 @@ BOOL FreeLibrary(HMODULE module) {
   face.close(module);
   return TRUE;
 }
-
-// MultiByteToWideChar and WideCharToMultiByte live in code_pages.cpp.
