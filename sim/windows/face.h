@@ -25,6 +25,9 @@ bool installMachine(std::unique_ptr<Machine> machine, std::string* error = nullp
 // Back to a PC without disks; every open handle becomes invalid. The
 // environment variable is not looked at again until the next install.
 void uninstallMachine();
+// Forgets the installed machine, as at the start of a process: the next
+// Win32 call loads the one MODULE_STORAGE_MACHINE names, if any.
+void resetToEnvironment();
 // The installed machine, or null. Loads the one the environment names on the
 // first call when none is installed.
 Machine* installedMachine();
@@ -33,14 +36,6 @@ Machine* installedMachine();
 // name ("libraries" in the description). Registered process-wide by the
 // controller emulations; GetProcAddress hands out the function as it is.
 void registerLibraryFunction(const std::string& library, const std::string& symbol, void* function);
-
-// A child process that a machine offers to CreateProcess ("processes" in the
-// description): its output and exit code, or a scripted behaviour given as a
-// function that writes the output.
-struct ScriptedProcess {
-  std::string output;
-  uint32_t exitCode = 0;
-};
 
 // The files marked by MoveFileEx(MOVEFILE_DELAY_UNTIL_REBOOT), as "X:\path".
 std::vector<std::string> pendingRebootDeletions();
