@@ -262,8 +262,9 @@ void WinStorageScanner::classifyLogicalPartitions(DiskPartitions* out) {
 void WinStorageScanner::computeUnallocated(DiskPartitions* out, uint64_t diskBytes) {
   if (out == nullptr) return;
   // Mounted volumes count with their file-system size, so a volume's own
-  // overhead shows as unallocated. Not checked against underflow: a layout
-  // larger than the disk wraps, as the description of the disk has it.
+  // overhead shows as unallocated. Deliberately not checked against
+  // underflow: a layout that claims more than the disk wraps around, and the
+  // description shows what the disk claimed.
   uint64_t allocated = 0;
   for (const PartitionRecord& record : out->records) {
     if (record.type != kTypeExtended) allocated += record.size;
