@@ -28,6 +28,10 @@ test-asan: configure-asan
 demo: build
 	@./build/cli/catalogue_demo ./build/libmodule_storage.so
 
+# Compiles src/win32/ and every Win* source against the real Windows headers.
+cross: deps
+	@scripts/cross-check.sh
+
 bench: build
 	@if [ -d build/bench ]; then for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done; fi
 

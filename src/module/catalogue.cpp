@@ -4,6 +4,9 @@
 
 #include <new>
 
+#include "diagnostics/smart_status.h"
+#include "resource/storage_resource.h"
+
 namespace {
 template <typename T>
 Test* make(const ItemId& id) {
@@ -14,12 +17,13 @@ Test* make(const ItemId& id) {
 const std::vector<CatalogueRow>& catalogueRows() {
   static const std::vector<CatalogueRow> rows = {
       // quick diagnostic, in its order: 1.1.1 ... 1.1.7, 1.1.11
+      {1, 1, &make<SmartStatusTest>},
       // extended diagnostic, in its order: 1.2.8, 1.2.9, 1.2.10, 1.2.12
   };
   return rows;
 }
 
-Resource* createResource(const ItemId&) { return nullptr; }
+Resource* createResource(const ItemId& id) { return new (std::nothrow) StorageResource(id); }
 
 SystemComponentManager* createComponentManager(const ItemId&) { return nullptr; }
 

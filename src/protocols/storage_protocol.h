@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "commands/status_codes.h"
 #include "win32/win32.h"
 
 // One usable volume of a drive that is reached as a plain disk.
@@ -47,26 +48,6 @@ class StorageProtocolProperties {
   bool offlineAbortSupported = false;
   bool selfTestSupported = false;
   std::vector<StoragePartitionProperties> partitions;
-};
-
-// Status codes of the protocol layer: every protocol, bridge and sender
-// returns one of these; tests turn them into results and message keys.
-enum ProtocolStatus : uint32_t {
-  kStatusOk = 0,
-  kStatusNotAvailable = 1,
-  kStatusBadArgument = 2,
-  kStatusBridgeCannotCarry = 4,
-  kStatusScsiNotGood = 33,
-  kStatusIoctlFailed = 34,
-  kStatusInvalidData = 35,
-  kStatusMediaError = 75,
-  kStatusNoStatusDescriptor = 77,
-  kStatusScsiRefused = 78,
-  kStatusUnknownSense = 79,
-  kStatusAtaError = 88,
-  kStatusNoData = 89,
-  kStatusSelfTestAborted = 108,
-  kStatusSelfTestIdnf = 109,
 };
 
 // Bus families of a component and a protocol.
@@ -123,6 +104,12 @@ class StorageProtocol {
     *out = cache;
     return kStatusOk;
   }
+  // Asks the operating system's failure prediction for the device behind
+  // getHandle(): healthy 1 when the drive predicts no failure, 0 when it
+  // does. 34 when the call fails, 2 for a null `healthy`. The protocols fall
+  // back to it when their own SMART query cannot be made.
+  uint32_t getPredictFailureStatus(uint8_t* healthy);
+
   void setBusKind(uint32_t kind) { busKind = kind; }
   void setProtocolKind(uint32_t kind) { protocolKind = kind; }
   uint32_t getBusKind() const { return busKind; }

@@ -9,3 +9,11 @@
 #endif
 #include <windows.h>
 #include <winioctl.h>
+#include <ntddscsi.h>
+#include <setupapi.h>
+#include <shlobj.h>
+
+// Documented flags that older SDK headers lack.
+#ifndef ATA_FLAGS_NO_MULTIPLE
+#define ATA_FLAGS_NO_MULTIPLE (1 << 5)
+#endif

@@ -1,4 +1,5 @@
-// Binding of a run and the abort checks shared by every test.
+// Binding of a run and the abort checks shared by every test. (Named apart
+// from storage_test.h: a source ending in _test.cpp would be taken for a test.)
 #include "module/storage_test.h"
 
 #include "module/null_objects.h"

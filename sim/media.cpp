@@ -1,0 +1,153 @@
+// The sparse sector store of a simulated disk.
+#include "sim/media.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "sim/journal.h"
+
+namespace sim {
+
+Media::Media(uint32_t sectorSize, uint64_t sectorCount)
+    : sectorSize_(sectorSize == 0 ? 512 : sectorSize), sectorCount_(sectorCount) {}
+
+Media::~Media() = default;
+
+void Media::setFill(SectorFill fill, uint8_t byte) {
+  fill_ = fill;
+  fillByte_ = byte;
+}
+
+bool Media::attachImage(const std::string& path, std::string* error) {
+  image_ = std::ifstream(path, std::ios::binary);
+  if (!image_) {
+    if (error != nullptr) *error = "cannot open image file '" + path + "'";
+    imageSectors_ = 0;
+    return false;
+  }
+  image_.seekg(0, std::ios::end);
+  const std::streamoff size = image_.tellg();
+  imageSectors_ = size > 0 ? static_cast<uint64_t>(size) / sectorSize_ : 0;
+  return true;
+}
+
+void Media::fillSector(uint64_t lba, uint8_t* out) const {
+  if (lba < imageSectors_) {
+    image_.clear();
+    image_.seekg(static_cast<std::streamoff>(lba * sectorSize_));
+    image_.read(reinterpret_cast<char*>(out), sectorSize_);
+    if (image_.gcount() == static_cast<std::streamsize>(sectorSize_)) return;
+  }
+  switch (fill_) {
+    case SectorFill::Zeros:
+      std::memset(out, 0, sectorSize_);
+      break;
+    case SectorFill::Byte:
+      std::memset(out, fillByte_, sectorSize_);
+      break;
+    case SectorFill::LbaStamp:
+      for (uint32_t i = 0; i + 8 <= sectorSize_; i += 8) {
+        for (int b = 0; b < 8; ++b) out[i + b] = static_cast<uint8_t>(lba >> (8 * b));
+      }
+      break;
+  }
+}
+
+MediaResult Media::read(uint64_t lba, uint64_t count, uint8_t* out, uint64_t* failedLba) const {
+  if (lba > sectorCount_ || count > sectorCount_ - lba) return MediaResult::OutOfRange;
+  for (uint64_t i = 0; i < count; ++i) {
+    const uint64_t at = lba + i;
+    if (isUnreadable(at)) {
+      if (failedLba != nullptr) *failedLba = at;
+      return MediaResult::Unreadable;
+    }
+    uint8_t* dst = out + i * sectorSize_;
+    auto it = sectors_.find(at);
+    if (it != sectors_.end()) {
+      std::memcpy(dst, it->second.get(), sectorSize_);
+    } else {
+      fillSector(at, dst);
+    }
+  }
+  return MediaResult::Ok;
+}
+
+MediaResult Media::write(uint64_t lba, uint64_t count, const uint8_t* in) {
+  if (lba > sectorCount_ || count > sectorCount_ - lba) return MediaResult::OutOfRange;
+  for (uint64_t i = 0; i < count; ++i) {
+    const uint64_t at = lba + i;
+    auto& slot = sectors_[at];
+    if (!slot) slot.reset(new uint8_t[sectorSize_]);
+    std::memcpy(slot.get(), in + i * sectorSize_, sectorSize_);
+    if (!unreadable_.empty()) unreadable_.erase(at);
+  }
+  if (journal_ && count > 0) journal_->recordWrite(clock_ ? clock_->nowMs() : 0, journalDevice_, lba, count);
+  return MediaResult::Ok;
+}
+
+MediaResult Media::readBytes(uint64_t offset, uint64_t length, uint8_t* out, uint64_t* failedLba) const {
+  if (length == 0) return offset <= byteSize() ? MediaResult::Ok : MediaResult::OutOfRange;
+  if (offset > byteSize() || length > byteSize() - offset) return MediaResult::OutOfRange;
+  const uint64_t first = offset / sectorSize_;
+  const uint64_t last = (offset + length - 1) / sectorSize_;
+  std::vector<uint8_t> sector(sectorSize_);
+  uint64_t done = 0;
+  for (uint64_t lba = first; lba <= last; ++lba) {
+    MediaResult r = read(lba, 1, sector.data(), failedLba);
+    if (r != MediaResult::Ok) return r;
+    const uint64_t start = lba == first ? offset % sectorSize_ : 0;
+    const uint64_t take = std::min<uint64_t>(sectorSize_ - start, length - done);
+    std::memcpy(out + done, sector.data() + start, take);
+    done += take;
+  }
+  return MediaResult::Ok;
+}
+
+MediaResult Media::writeBytes(uint64_t offset, uint64_t length, const uint8_t* in) {
+  if (length == 0) return offset <= byteSize() ? MediaResult::Ok : MediaResult::OutOfRange;
+  if (offset > byteSize() || length > byteSize() - offset) return MediaResult::OutOfRange;
+  const uint64_t first = offset / sectorSize_;
+  const uint64_t last = (offset + length - 1) / sectorSize_;
+  std::vector<uint8_t> sector(sectorSize_);
+  uint64_t done = 0;
+  for (uint64_t lba = first; lba <= last; ++lba) {
+    const uint64_t start = lba == first ? offset % sectorSize_ : 0;
+    const uint64_t take = std::min<uint64_t>(sectorSize_ - start, length - done);
+    if (take != sectorSize_) {
+      // A partial sector keeps its other bytes: read, patch, write back. An
+      // unreadable sector's old bytes are gone, so its rest reads as fill.
+      if (read(lba, 1, sector.data()) != MediaResult::Ok) fillSector(lba, sector.data());
+    }
+    std::memcpy(sector.data() + start, in + done, take);
+    write(lba, 1, sector.data());
+    done += take;
+  }
+  return MediaResult::Ok;
+}
+
+void Media::markUnreadable(uint64_t lba, UnreadableKind kind) {
+  if (lba < sectorCount_) unreadable_[lba] = kind;
+}
+
+void Media::clearUnreadable(uint64_t lba) { unreadable_.erase(lba); }
+
+bool Media::firstUnreadable(uint64_t first, uint64_t last, uint64_t* lba) const {
+  auto it = unreadable_.lower_bound(first);
+  if (it == unreadable_.end() || it->first > last) return false;
+  if (lba != nullptr) *lba = it->first;
+  return true;
+}
+
+size_t Media::unreadableCount(UnreadableKind kind) const {
+  return static_cast<size_t>(
+      std::count_if(unreadable_.begin(), unreadable_.end(), [kind](const auto& e) { return e.second == kind; }));
+}
+
+void Media::setJournal(std::shared_ptr<Journal> journal, const std::string& deviceName,
+                       std::shared_ptr<const VirtualClock> clock) {
+  journal_ = std::move(journal);
+  clock_ = std::move(clock);
+  if (journal_) journalDevice_ = journal_->deviceId(deviceName);
+}
+
+}  // namespace sim

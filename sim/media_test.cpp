@@ -1,0 +1,141 @@
+// The sparse media: sizes without allocation, fill patterns, unreadable
+// sectors, byte-addressed access and the image underlay.
+#include "sim/media.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <vector>
+
+#include "sim/journal.h"
+
+namespace sim {
+namespace {
+
+TEST(Media, FourTebibyteMediaAllocatesNothingUntilWritten) {
+  Media media(512, 8ULL << 30);  // 4 TiB
+  EXPECT_EQ(media.byteSize(), 4ULL << 40);
+  EXPECT_EQ(media.storedSectors(), 0u);
+  std::vector<uint8_t> data(512, 0xAB);
+  ASSERT_EQ(media.write(media.sectorCount() - 1, 1, data.data()), MediaResult::Ok);
+  EXPECT_EQ(media.storedSectors(), 1u);
+  std::vector<uint8_t> back(512);
+  ASSERT_EQ(media.read(media.sectorCount() - 1, 1, back.data()), MediaResult::Ok);
+  EXPECT_EQ(back, data);
+}
+
+TEST(Media, UnwrittenSectorsReadAsTheFill) {
+  Media media(512, 100);
+  std::vector<uint8_t> out(512, 0x77);
+  ASSERT_EQ(media.read(5, 1, out.data()), MediaResult::Ok);
+  EXPECT_EQ(out, std::vector<uint8_t>(512, 0));
+  media.setFill(SectorFill::Byte, 0xE5);
+  ASSERT_EQ(media.read(5, 1, out.data()), MediaResult::Ok);
+  EXPECT_EQ(out, std::vector<uint8_t>(512, 0xE5));
+  media.setFill(SectorFill::LbaStamp);
+  ASSERT_EQ(media.read(0x42, 1, out.data()), MediaResult::Ok);
+  EXPECT_EQ(out[0], 0x42);
+  EXPECT_EQ(out[8], 0x42);
+  EXPECT_EQ(out[1], 0);
+}
+
+TEST(Media, ReadStopsAtTheFirstUnreadableSectorUntilItIsRewritten) {
+  Media media(512, 100);
+  media.markUnreadable(7);
+  std::vector<uint8_t> out(512 * 10);
+  uint64_t failed = 0;
+  EXPECT_EQ(media.read(5, 10, out.data(), &failed), MediaResult::Unreadable);
+  EXPECT_EQ(failed, 7u);
+  std::vector<uint8_t> data(512, 1);
+  ASSERT_EQ(media.write(7, 1, data.data()), MediaResult::Ok);
+  EXPECT_FALSE(media.isUnreadable(7));
+  EXPECT_EQ(media.read(5, 10, out.data()), MediaResult::Ok);
+}
+
+TEST(Media, ReadBeyondTheEndIsOutOfRange) {
+  Media media(512, 100);
+  std::vector<uint8_t> out(1024);
+  EXPECT_EQ(media.read(99, 2, out.data()), MediaResult::OutOfRange);
+  EXPECT_EQ(media.read(UINT64_MAX, 2, out.data()), MediaResult::OutOfRange);
+  EXPECT_EQ(media.read(99, 1, out.data()), MediaResult::Ok);
+}
+
+TEST(Media, FirstUnreadableFindsTheLowestInRange) {
+  Media media(512, 1000);
+  media.markUnreadable(300);
+  media.markUnreadable(200, UnreadableKind::Flagged);
+  uint64_t lba = 0;
+  ASSERT_TRUE(media.firstUnreadable(0, 999, &lba));
+  EXPECT_EQ(lba, 200u);
+  ASSERT_TRUE(media.firstUnreadable(201, 999, &lba));
+  EXPECT_EQ(lba, 300u);
+  EXPECT_FALSE(media.firstUnreadable(301, 999, &lba));
+  EXPECT_EQ(media.unreadableCount(UnreadableKind::Pending), 1u);
+  EXPECT_EQ(media.unreadableCount(UnreadableKind::Flagged), 1u);
+}
+
+TEST(Media, ByteWritesKeepTheRestOfAPartialSector) {
+  Media media(512, 10);
+  media.setFill(SectorFill::Byte, 0x11);
+  const uint8_t patch[4] = {1, 2, 3, 4};
+  ASSERT_EQ(media.writeBytes(510, 4, patch), MediaResult::Ok);
+  std::vector<uint8_t> out(1024);
+  ASSERT_EQ(media.read(0, 2, out.data()), MediaResult::Ok);
+  EXPECT_EQ(out[509], 0x11);
+  EXPECT_EQ(out[510], 1);
+  EXPECT_EQ(out[513], 4);
+  EXPECT_EQ(out[514], 0x11);
+  uint8_t some[6];
+  ASSERT_EQ(media.readBytes(509, 6, some), MediaResult::Ok);
+  EXPECT_EQ(some[1], 1);
+  EXPECT_EQ(some[5], 0x11);
+}
+
+TEST(Media, ImageUnderlaysUnwrittenSectorsAndIsNeverWritten) {
+  const std::string path = ::testing::TempDir() + "/sim_media_image.bin";
+  {
+    std::ofstream f(path, std::ios::binary);
+    std::vector<char> block(1024, 'I');
+    f.write(block.data(), static_cast<std::streamsize>(block.size()));
+  }
+  Media media(512, 10);
+  std::string error;
+  ASSERT_TRUE(media.attachImage(path, &error)) << error;
+  std::vector<uint8_t> out(512);
+  ASSERT_EQ(media.read(1, 1, out.data()), MediaResult::Ok);
+  EXPECT_EQ(out[0], 'I');
+  ASSERT_EQ(media.read(2, 1, out.data()), MediaResult::Ok);
+  EXPECT_EQ(out[0], 0);
+  std::vector<uint8_t> data(512, 'W');
+  media.write(1, 1, data.data());
+  std::ifstream check(path, std::ios::binary);
+  check.seekg(512);
+  EXPECT_EQ(check.get(), 'I');
+  std::remove(path.c_str());
+}
+
+TEST(Media, MissingImageIsReportedByName) {
+  Media media(512, 10);
+  std::string error;
+  EXPECT_FALSE(media.attachImage("/nonexistent/disk.img", &error));
+  EXPECT_NE(error.find("/nonexistent/disk.img"), std::string::npos);
+}
+
+TEST(Media, WritesAreJournalledUnderTheDeviceName) {
+  auto journal = std::make_shared<Journal>();
+  auto clock = std::make_shared<VirtualClock>();
+  clock->advanceMs(1234);
+  Media media(512, 100);
+  media.setJournal(journal, "disk0", clock);
+  std::vector<uint8_t> data(512 * 3);
+  media.write(10, 3, data.data());
+  ASSERT_EQ(journal->writesTo("disk0").size(), 1u);
+  EXPECT_TRUE(journal->wasWritten("disk0", 12));
+  EXPECT_FALSE(journal->wasWritten("disk0", 13));
+  EXPECT_FALSE(journal->anyWrittenIn("disk0", 0, 9));
+  EXPECT_EQ(journal->entriesFor("disk0")[0].timeMs, 1234u);
+}
+
+}  // namespace
+}  // namespace sim
