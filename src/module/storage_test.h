@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "components/storage_component.h"
@@ -28,6 +29,10 @@ class StorageTest : public Test {
   virtual uint32_t checkSupported(StorageComponent* component, TestListener* listener, MessageLog* log) = 0;
   // The last step before the body; as a rule calls checkSupported first.
   virtual uint32_t prepare(StorageComponent* component, TestListener* listener, MessageLog* log) = 0;
+  // Reads one sector for the test: through the handle, then through the
+  // device command, which has the last word. A drive behind a RAID controller
+  // has no handle of its own and is asked twice through its commands.
+  virtual uint32_t readSectorsForTest(uint64_t lba, void* buffer);
 
  protected:
   // Stores the context, component, protocol, log and listener, in that order;
@@ -40,6 +45,11 @@ class StorageTest : public Test {
   // As checkAbort, but announces only when `announce` is true and never
   // touches abortAnnounced.
   bool checkAbortAnnounced(TestRunContext* runContext, bool announce);
+  // Turns a failed read into the run's verdict: 0 lets the test go on. A lost
+  // device ends with ABORTED; a media error counts towards the allowance of
+  // distinct bad sectors; a refused access ends NOT_APPLICABLE.
+  uint32_t handleReadFailure(uint64_t lba, uint32_t status, uint8_t percent, uint32_t allowedBadSectors,
+                             std::set<uint64_t>& badSectors, TestListener* runListener, MessageLog* runLog);
 
   StorageComponent* component = nullptr;
   StorageProtocol* protocol = nullptr;
