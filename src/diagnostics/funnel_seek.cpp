@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <vector>
 
 #include "diagnostics/seek_checks.h"
 #include "module/read_helpers.h"
@@ -55,8 +54,8 @@ uint32_t FunnelSeekTest::run(TestRunContext* runContext) {
 }
 
 uint32_t FunnelSeekTest::readFixedSector(uint64_t lba, std::set<uint64_t>& badSectors) {
-  std::vector<uint8_t> buffer = sectorBuffer(protocol);
-  const uint32_t status = readSectorsForTest(lba, buffer.data());
+  const uint32_t status =
+      readIntoSectorBuffer(protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
   if (status == 0) return SUCCESS;
   const uint32_t verdict = handleReadFailure(lba, status, 0, allowedBadSectors, badSectors, listener, log);
   if (verdict != SUCCESS) listener->onProgress(100, "");
@@ -117,11 +116,8 @@ uint32_t FunnelSeekTest::walkFunnel(TestRunContext* runContext, uint64_t lastLba
 uint32_t FunnelSeekTest::readRandomInSpan(uint64_t low, uint64_t high, TestRunContext* runContext,
                                           std::set<uint64_t>& badSectors, uint8_t percent) {
   const uint64_t lba = low + getNumberHandler().randomBelow(high - low);
-  uint32_t status = 0;
-  {
-    std::vector<uint8_t> buffer = sectorBuffer(protocol);
-    status = readSectorsForTest(lba, buffer.data());
-  }
+  const uint32_t status =
+      readIntoSectorBuffer(protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
   if (status == 0) return SUCCESS;
   TestListener* events = runContext->getTestListener() != nullptr ? runContext->getTestListener() : listener;
   MessageLog* lines = runContext->getMessageLog() != nullptr ? runContext->getMessageLog() : log;

@@ -488,6 +488,16 @@ TEST_F(FunnelSeek, FailedPrepareOnADeviceThatHasGoneEndsAbortedWithCommunication
   EXPECT_EQ(log.lines, (std::vector<LogLine>{{kLost, LevelFailure}, {kLost, LevelError}}));
 }
 
+TEST_F(FunnelSeek, FailedRunOnADeviceThatHasGoneSinceEndsAbortedWithoutTheLastClosingEvent) {
+  filesystem.unreadable = {42};
+  protocol->script(Op::IsAccessible, 0);  // still there at the bad sector
+  protocol->setDefault(Op::IsAccessible, 1);
+  EXPECT_EQ(quick.run(&context), ABORTED);
+  EXPECT_EQ(listener.events, (std::vector<ProgressEvent>{
+                                 {0, ""}, {100, "READING_SECTOR 42"}, {100, ""}, {100, ""}, {100, kLost}}));
+  EXPECT_EQ(log.lines, (std::vector<LogLine>{{"READING_SECTOR 42", LevelFailure}, {kLost, LevelError}}));
+}
+
 TEST_F(FunnelSeek, DeviceLostAtABadSectorEndsAborted) {
   filesystem.unreadable = {3};
   protocol->setDefault(Op::IsAccessible, 1);

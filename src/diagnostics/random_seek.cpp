@@ -3,7 +3,6 @@
 
 #include <ctime>
 #include <set>
-#include <vector>
 
 #include "diagnostics/seek_checks.h"
 #include "system/number_handler.h"
@@ -42,11 +41,8 @@ uint32_t RandomSeekTest::run(TestRunContext* runContext) {
         break;
       }
       const uint64_t lba = numbers.randomBelow(randomLimit);
-      uint32_t status = 0;
-      {
-        std::vector<uint8_t> buffer = sectorBuffer(protocol);
-        status = readSectorsForTest(lba, buffer.data());
-      }
+      const uint32_t status =
+          readIntoSectorBuffer(protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
       if (status == 0) {
         // The event runs one read behind the count.
         if (percent != lastReported) {

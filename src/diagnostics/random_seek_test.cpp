@@ -290,6 +290,17 @@ TEST_F(RandomSeek, FailedPrepareOnADeviceThatAnswersEndsNotApplicableWithOneClos
   EXPECT_EQ(listener.events, (std::vector<ProgressEvent>{{100, kLost}, {100, ""}}));
 }
 
+TEST_F(RandomSeek, FailedRunOnADeviceThatHasGoneSinceEndsAbortedWithoutTheClosingEvent) {
+  numbers.draws = {9};
+  filesystem.unreadable = {9};
+  protocol->script(Op::IsAccessible, 0);  // still there at the bad sector
+  protocol->setDefault(Op::IsAccessible, 1);
+  EXPECT_EQ(quick.run(&context), ABORTED);
+  EXPECT_EQ(listener.events,
+            (std::vector<ProgressEvent>{{0, ""}, {100, "READING_SECTOR 9"}, {100, ""}, {100, kLost}}));
+  EXPECT_EQ(log.lines, (std::vector<LogLine>{{"READING_SECTOR 9", LevelFailure}, {kLost, LevelError}}));
+}
+
 TEST_F(RandomSeek, DeviceLostAtABadSectorEndsAborted) {
   numbers.draws = {12};
   filesystem.unreadable = {12};

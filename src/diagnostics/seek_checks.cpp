@@ -2,6 +2,7 @@
 #include "diagnostics/seek_checks.h"
 
 #include <algorithm>
+#include <new>
 #include <string>
 
 #include "module/read_helpers.h"
@@ -28,8 +29,8 @@ uint32_t wakeForExtendedSeek(StorageComponent* component) {
   if (component->getLocation() == kLocationRaid) return SUCCESS;
   // Wakes a sleeping drive before the first timed seek; whether the sector
   // came does not matter here.
-  std::vector<uint8_t> buffer = sectorBuffer(component->getProtocol());
-  readThroughHandle(component->getProtocol(), 0, 1, nullptr, kWakeTimeoutSeconds, buffer.data());
+  std::unique_ptr<uint8_t[]> buffer = sectorBuffer(component->getProtocol());
+  if (buffer) readThroughHandle(component->getProtocol(), 0, 1, nullptr, kWakeTimeoutSeconds, buffer.get());
   return SUCCESS;
 }
 
@@ -62,8 +63,9 @@ bool reportLostDevice(StorageProtocol* protocol, TestListener* listener, Message
   return true;
 }
 
-std::vector<uint8_t> sectorBuffer(const StorageProtocol* protocol) {
+std::unique_ptr<uint8_t[]> sectorBuffer(const StorageProtocol* protocol) {
   StorageProtocolProperties properties;
   if (protocol != nullptr) protocol->getCachedProperties(&properties);
-  return std::vector<uint8_t>(std::max(properties.logicalSectorSize, kMinimumSectorBytes));
+  const size_t bytes = std::max(properties.logicalSectorSize, kMinimumSectorBytes);
+  return std::unique_ptr<uint8_t[]>(new (std::nothrow) uint8_t[bytes]);
 }

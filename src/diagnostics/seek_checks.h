@@ -4,7 +4,7 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "module/storage_test.h"
 
@@ -39,5 +39,15 @@ uint32_t refuseLockedDrive(TestListener* listener, MessageLog* log);
 bool reportLostDevice(StorageProtocol* protocol, TestListener* listener, MessageLog* log, uint32_t& result);
 
 // A buffer for one sector of the drive, as its cached properties say: never
-// below 512 bytes.
-std::vector<uint8_t> sectorBuffer(const StorageProtocol* protocol);
+// below 512 bytes. Null when a drive reports a sector size that cannot be
+// allocated; the caller then counts the read as one that could not start.
+std::unique_ptr<uint8_t[]> sectorBuffer(const StorageProtocol* protocol);
+
+// One sector into a fresh buffer through `read` (the test's own
+// readSectorsForTest); 2 when no buffer could be had.
+template <typename ReadOne>
+uint32_t readIntoSectorBuffer(const StorageProtocol* protocol, ReadOne read) {
+  std::unique_ptr<uint8_t[]> buffer = sectorBuffer(protocol);
+  if (!buffer) return kStatusBadArgument;
+  return read(buffer.get());
+}

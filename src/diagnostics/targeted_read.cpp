@@ -151,8 +151,8 @@ uint32_t TargetedReadTest::prepare(StorageComponent* candidate, TestListener* ev
   if (candidate->getLocation() != kLocationRaid) {
     // Wakes the drive before its logs are asked for; the outcome does not
     // matter.
-    std::vector<uint8_t> buffer = sectorBuffer(drive);
-    readThroughHandle(drive, 0, 1, nullptr, kWakeTimeoutSeconds, buffer.data());
+    std::unique_ptr<uint8_t[]> buffer = sectorBuffer(drive);
+    if (buffer) readThroughHandle(drive, 0, 1, nullptr, kWakeTimeoutSeconds, buffer.get());
   }
   if (smartGuard->enable(*drive, lines) == kStatusOk) return SUCCESS;
   events->onProgress(100, kKeyCannotEnableSmart);
@@ -221,11 +221,8 @@ uint32_t TargetedReadTest::readTargets(const std::set<uint64_t>& logLbas) {
   uint8_t lastReported = 0;
   for (uint64_t lba : targetLbas) {
     if (checkAbort(context)) return ABORTED;
-    uint32_t status = 0;
-    {
-      std::vector<uint8_t> buffer = sectorBuffer(protocol);
-      status = readSectorsForTest(lba, buffer.data());
-    }
+    const uint32_t status =
+        readIntoSectorBuffer(protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
     if (status != 0) {
       // With an allowance of one, the first bad sector ends the test.
       const uint32_t verdict =

@@ -135,6 +135,7 @@ class LogDrive : public AtaBridge {
   std::map<uint8_t, LogPages> logs;
   std::set<uint8_t> unreadableLogs;
   std::set<uint64_t> badSectors;
+  std::set<uint64_t> abortedSectors;  // reads refused with ABRT, not a media error
   std::vector<AtaCmd> sent;
   std::function<void(const AtaCmd&)> onCommand;
 
@@ -196,6 +197,7 @@ class LogDrive : public AtaBridge {
     if (asked.command == kAtaReadSectorsExt) {
       lba |= uint64_t{asked.lbaLowExt} << 24 | uint64_t{asked.lbaMidExt} << 32 | uint64_t{asked.lbaHighExt} << 40;
     }
+    if (abortedSectors.count(lba) != 0) return abort(cmd);
     if (badSectors.count(lba) == 0) return give(cmd, std::vector<uint8_t>(512, 0));
     cmd.command = 0x51;
     cmd.features = kAtaErrorUnc;
@@ -379,6 +381,13 @@ TEST_F(TargetedRead, DriveBehindARaidControllerIsNotWokenAndIsReadThroughItsComm
   size_t sectorReads = 0;
   for (const AtaCmd& cmd : drive->sent) sectorReads += cmd.command == kAtaReadSectorsExt ? 1 : 0;
   EXPECT_EQ(sectorReads, 16u);
+}
+
+TEST_F(TargetedRead, PrepareWithoutTheGuardOfARunIsInvalid) {
+  discover();
+  TargetedReadTest fresh(ItemId(1, 1, 2));
+  EXPECT_EQ(fresh.prepare(disk.get(), &listener, &log), INVALID);
+  EXPECT_TRUE(drive->smartSwitches().empty());
 }
 
 TEST_F(TargetedRead, SmartThatCannotBeSwitchedOnIsNotApplicable) {
@@ -622,6 +631,17 @@ TEST_F(TargetedRead, OneBadSectorEndsTheTestFailedAndSmartIsRestored) {
   EXPECT_EQ(std::vector<ProgressEvent>(listener.events.end() - 3, listener.events.end()),
             (std::vector<ProgressEvent>{{100, "READING_SECTOR 4990"}, {100, ""}, {100, ""}}));
   EXPECT_EQ(log.lines, (std::vector<LogLine>{{"READING_SECTOR 4990", LevelFailure}}));
+  EXPECT_EQ(drive->smartSwitches(), (std::vector<int>{1, 0}));
+}
+
+TEST_F(TargetedRead, ReadRefusedWithoutMediaErrorEndsAbortedWithCommunicationFailure) {
+  drive->logs.emplace(6, selfTestLog(std::vector<uint64_t>(21, 5000)));
+  filesystem.unreadable = {4986};
+  drive->abortedSectors = {4986};
+  EXPECT_EQ(run(), ABORTED);
+  EXPECT_EQ(listener.keyedEvents(), (std::vector<ProgressEvent>{{100, kLost}}));
+  EXPECT_EQ(log.lines, (std::vector<LogLine>{{kLost, LevelFailure}}));
+  EXPECT_EQ(targetReads(), range(4985, 4986));
   EXPECT_EQ(drive->smartSwitches(), (std::vector<int>{1, 0}));
 }
 
