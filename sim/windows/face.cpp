@@ -327,6 +327,8 @@ bool installMachine(std::unique_ptr<Machine> machine, std::string* error) {
 
 void uninstallMachine() { windows::Face::instance().uninstall(); }
 
+void resetToEnvironment() { windows::Face::instance().resetToEnvironment(); }
+
 Machine* installedMachine() { return windows::Face::instance().machine(); }
 
 std::vector<std::string> pendingRebootDeletions() { return windows::Face::instance().rebootDeletions(); }

@@ -25,6 +25,9 @@ bool installMachine(std::unique_ptr<Machine> machine, std::string* error = nullp
 // Back to a PC without disks; every open handle becomes invalid. The
 // environment variable is not looked at again until the next install.
 void uninstallMachine();
+// Forgets the installed machine, as at the start of a process: the next
+// Win32 call loads the one MODULE_STORAGE_MACHINE names, if any.
+void resetToEnvironment();
 // The installed machine, or null. Loads the one the environment names on the
 // first call when none is installed.
 Machine* installedMachine();

@@ -186,6 +186,10 @@ class Face {
 
   bool install(std::unique_ptr<Machine> machine, std::string* error);
   void uninstall();
+  void resetToEnvironment() {
+    reset();
+    environmentTried_ = false;
+  }
   // Loads the machine the environment names, once, when none is installed.
   Machine* machine();
 

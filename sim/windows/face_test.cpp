@@ -3,6 +3,7 @@
 // virtual clock, and the PC without a machine.
 #include "sim/windows/face_test_support.h"
 
+#include <cstdlib>
 #include <vector>
 
 namespace sim {
@@ -389,6 +390,27 @@ TEST_F(DiskFaceTest, AMachineDescriptionWithBadWindowsKeysIsRejectedWithTheKeyNa
   EXPECT_FALSE(installMachine(std::move(machine), &error));
   EXPECT_NE(error.find("partitions.scheme"), std::string::npos) << error;
   EXPECT_EQ(installedMachine(), nullptr);
+}
+
+TEST_F(DiskFaceTest, TheEnvironmentNamesTheMachineOnTheFirstCall) {
+  // JSON text, as the variable may carry it.
+  setenv("MODULE_STORAGE_MACHINE", Machine::defaultMachineJson(), 1);
+  resetToEnvironment();
+  HANDLE disk = openDisk(1);
+  EXPECT_NE(disk, INVALID_HANDLE_VALUE);
+  ASSERT_NE(installedMachine(), nullptr);
+  const size_t disks = installedMachine()->disks.size();
+  EXPECT_GE(disks, 2u);
+  CloseHandle(disk);
+  setenv("MODULE_STORAGE_MACHINE", "default", 1);
+  resetToEnvironment();
+  ASSERT_NE(installedMachine(), nullptr);
+  EXPECT_EQ(installedMachine()->disks.size(), disks);
+  setenv("MODULE_STORAGE_MACHINE", "/nonexistent/machine.json", 1);
+  resetToEnvironment();
+  EXPECT_EQ(installedMachine(), nullptr);
+  EXPECT_EQ(openDisk(0), INVALID_HANDLE_VALUE);
+  unsetenv("MODULE_STORAGE_MACHINE");
 }
 
 }  // namespace

@@ -16,7 +16,13 @@ std::set<std::string> definedDynamicSymbols(const std::string& library) {
   char line[4096];
   while (std::fgets(line, sizeof line, pipe) != nullptr) {
     std::string text(line);
-    std::string name = text.substr(0, text.find(' '));
+    const size_t blank = text.find(' ');
+    std::string name = text.substr(0, blank);
+    // A lower-case type is a local entry: the linker leaves one in the
+    // dynamic table for a weak template object that a linked library (Qt)
+    // also exports, but binds it inside the module; it is not an export.
+    const char type = blank + 1 < text.size() ? text[blank + 1] : 'T';
+    if (type >= 'a' && type <= 'z') continue;
     if (!name.empty()) names.insert(name);
   }
   pclose(pipe);

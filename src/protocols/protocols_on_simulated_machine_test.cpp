@@ -1,0 +1,293 @@
+// The protocols end to end on the simulated PC: each disk of the machine is
+// opened through the Win32 seam, its transports are the real bridges over the
+// real senders, and what comes back is what the drive's profile says. The
+// SMART status test then gives its verdict on drives that are healthy and on
+// drives past a threshold.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands/bridges/ata_bridge.h"
+#include "commands/bridges/sat_bridge.h"
+#include "commands/bridges/scsi_bridge.h"
+#include "components/storage_component.h"
+#include "diagnostics/smart_status.h"
+#include "protocols/ata_protocol.h"
+#include "protocols/scsi_protocol.h"
+#include "sim/machine.h"
+#include "sim/windows/face.h"
+#include "testing/recording_host.h"
+#include "win32/win32.h"
+
+namespace {
+
+// Index of each disk of the built-in machine.
+constexpr int kHdd0 = 0;
+constexpr int kSsd0 = 1;
+constexpr int kNvme0 = 2;
+constexpr int kSas0 = 3;
+constexpr int kUsb0 = 4;
+
+// A PC whose disks are opened as \\.\PhysicalDriveN; every handle is closed
+// and the machine taken away at the end.
+class SimulatedMachine : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    for (HANDLE handle : handles) CloseHandle(handle);
+    sim::uninstallMachine();
+  }
+
+  void installDefault() {
+    std::string error;
+    ASSERT_TRUE(sim::installMachine(sim::Machine::defaultMachine(), &error)) << error;
+  }
+
+  void installJson(const std::string& json) {
+    std::string error;
+    auto machine = sim::Machine::fromJsonText(json, &error);
+    ASSERT_NE(machine, nullptr) << error;
+    ASSERT_TRUE(sim::installMachine(std::move(machine), &error)) << error;
+  }
+
+  HANDLE open(int disk) {
+    const std::string path = "\\\\.\\PhysicalDrive" + std::to_string(disk);
+    HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_NE(handle, INVALID_HANDLE_VALUE) << path;
+    handles.push_back(handle);
+    return handle;
+  }
+
+  // An ATA protocol as discovery makes one for an internal or USB disk: the
+  // plain ATA transport first, then SAT with CK_COND on the SCSI transport.
+  std::unique_ptr<AtaProtocol> ataProtocol(int disk) {
+    HANDLE handle = open(disk);
+    auto protocol = std::make_unique<AtaProtocol>();
+    protocol->addTransport(std::make_shared<AtaBridge>(handle));
+    auto scsi = std::make_shared<ScsiBridge>(handle);
+    protocol->addTransport(std::make_shared<SatBridgeWithCkCondition>(scsi));
+    protocol->setProtocolKind(kProtocolAta);
+    return protocol;
+  }
+
+  template <class Protocol>
+  std::unique_ptr<Protocol> scsiProtocol(int disk) {
+    auto protocol = std::make_unique<Protocol>();
+    protocol->addTransport(std::make_shared<ScsiBridge>(open(disk)));
+    return protocol;
+  }
+
+  // Runs the SMART status test on an internal disk reached by `protocol`.
+  uint32_t runSmartStatus(std::unique_ptr<StorageProtocol> protocol, uint32_t busKind) {
+    protocol->setBusKind(busKind);
+    StorageProtocolProperties ignored;
+    protocol->getProperties(&ignored);
+    StorageComponent disk(std::move(protocol), nullptr);
+    disk.setLocation(kLocationInternal);
+    disk.setBusKind(busKind);
+    mstest::RecordingListener listener;
+    mstest::RecordingLog log;
+    mstest::ScriptedRunContext context(&disk, &listener, &log);
+    SmartStatusTest test(ItemId(1, 1, 1));
+    return test.run(&context);
+  }
+
+  std::vector<HANDLE> handles;
+};
+
+// --- Properties as the profiles say ------------------------------------------
+
+TEST_F(SimulatedMachine, InternalHardDiskPropertiesComeFromItsProfile) {
+  installDefault();
+  auto protocol = ataProtocol(kHdd0);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  EXPECT_EQ(p.model, "WDC WD10EZEX-08WN4A0");
+  EXPECT_EQ(p.vendor, "Wdc");
+  EXPECT_EQ(p.serialNumber, "WD-WCC6Y3KL5627");
+  EXPECT_EQ(p.firmwareRevision, "01.01A01");
+  EXPECT_EQ(p.sectorCount, 1953525168u);
+  EXPECT_EQ(p.logicalSectorSize, 512u);
+  EXPECT_EQ(p.physicalSectorSize, 4096u);
+  EXPECT_EQ(p.rotationRate, 7200);
+  EXPECT_FALSE(p.isSolidState);
+  EXPECT_TRUE(p.lba48Supported);
+  EXPECT_TRUE(p.smartSupported);
+  EXPECT_TRUE(p.smartEnabled);
+  EXPECT_TRUE(p.smartDataValid);
+  EXPECT_TRUE(p.selfTestSupported);
+  // The plain ATA transport answered and stayed in front.
+  EXPECT_EQ(protocol->getTransports().size(), 2u);
+  EXPECT_NE(dynamic_cast<SatBridge*>(protocol->getTransports().back().get()), nullptr);
+}
+
+TEST_F(SimulatedMachine, SolidStateDiskIsSolidStateWithoutARotationRate) {
+  installDefault();
+  auto protocol = ataProtocol(kSsd0);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  EXPECT_EQ(p.model, "CT500MX500SSD1");
+  EXPECT_EQ(p.serialNumber, "1904E1E4A6B2");
+  EXPECT_EQ(p.firmwareRevision, "M3CR023");
+  EXPECT_EQ(p.sectorCount, 976773168u);
+  EXPECT_EQ(p.physicalSectorSize, 4096u);
+  EXPECT_TRUE(p.isSolidState);
+  EXPECT_EQ(p.rotationRate, 0);
+  EXPECT_TRUE(p.smartSupported);
+}
+
+TEST_F(SimulatedMachine, UsbDiskBehindASatBridgeIsReachedThroughTheSecondTransport) {
+  installDefault();
+  auto protocol = ataProtocol(kUsb0);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  EXPECT_EQ(p.model, "WDC WD20SDRW-11VUUS0");
+  EXPECT_EQ(p.serialNumber, "WD-WX21A17R4PLD");
+  EXPECT_EQ(p.sectorCount, 3907029168u);
+  EXPECT_EQ(p.rotationRate, 5400);
+  EXPECT_TRUE(p.smartSupported);
+  // The port has no ATA path for a USB disk: SAT moved to the front.
+  EXPECT_NE(dynamic_cast<SatBridge*>(protocol->getTransports().front().get()), nullptr);
+  uint8_t celsius = 0;
+  EXPECT_EQ(protocol->getTemperature(&celsius), kStatusOk);
+  EXPECT_EQ(celsius, 39);
+}
+
+TEST_F(SimulatedMachine, SasDiskPropertiesComeFromItsInquiryAndCapacity) {
+  installDefault();
+  auto protocol = scsiProtocol<ScsiProtocol>(kSas0);
+  protocol->setBusKind(kBusScsi);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  EXPECT_EQ(p.vendor, "SEAGATE ");
+  EXPECT_EQ(p.model, "ST4000NM0025    ");
+  EXPECT_EQ(p.firmwareRevision, "E001");
+  EXPECT_EQ(p.serialNumber, "ZC1A2B3C0000R8141VBK");
+  // READ CAPACITY gives the last address, taken as it stands.
+  EXPECT_EQ(p.sectorCount, 7814037167u);
+  EXPECT_EQ(p.logicalSectorSize, 512u);
+  EXPECT_EQ(p.rotationRate, 7200);
+  EXPECT_FALSE(p.isSolidState);
+  EXPECT_EQ(p.standardVersion, "SCSI Primary Commands 4 - SPC-4");
+  uint8_t celsius = 0;
+  EXPECT_EQ(protocol->getTemperature(&celsius), kStatusOk);
+  EXPECT_EQ(celsius, 34);
+}
+
+TEST_F(SimulatedMachine, NvmeDiskThroughTheTranslationIsSolidStateWithSmartInTheCache) {
+  installDefault();
+  auto protocol = scsiProtocol<NvmeScsiProtocol>(kNvme0);
+  protocol->setBusKind(kBusNvme);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  EXPECT_EQ(p.vendor, "NVMe    ");
+  EXPECT_EQ(p.model, "Samsung SSD 970 ");
+  EXPECT_EQ(p.firmwareRevision, "2B2Q");
+  EXPECT_EQ(p.serialNumber, "0025_3858_1B40_C0DE.");
+  EXPECT_EQ(p.sectorCount, 1953525167u);
+  EXPECT_TRUE(p.isSolidState);
+  StorageProtocolProperties cached;
+  protocol->getCachedProperties(&cached);
+  EXPECT_TRUE(cached.smartSupported);
+  EXPECT_FALSE(cached.selfTestSupported);
+}
+
+// --- Edge cases on a simulated device --------------------------------------------
+
+TEST_F(SimulatedMachine, BadSectorReadThroughThePlainTransportGivesMediaError) {
+  installDefault();  // hdd0 cannot read sector 193536017
+  auto protocol = ataProtocol(kHdd0);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  std::vector<uint8_t> buffer(512);
+  EXPECT_EQ(protocol->readSectors(193536017, 1, 30, buffer.data()), kStatusMediaError);
+  EXPECT_EQ(protocol->readSectors(193536000, 1, 30, buffer.data()), kStatusOk);
+}
+
+TEST_F(SimulatedMachine, BadSectorReadThroughASatBridgeGivesMediaError) {
+  installJson(R"({"disks": [{"name": "u", "kind": "ata", "bus": "usb",
+      "profile": {"model": "ST1000LM035-1RK172", "capacitySectors": 100000},
+      "bridge": {"type": "sat"}, "faults": {"unreadableSectors": [4242]}}]})");
+  auto protocol = ataProtocol(0);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  std::vector<uint8_t> buffer(512);
+  EXPECT_EQ(protocol->readSectors(4242, 1, 30, buffer.data()), kStatusMediaError);
+  EXPECT_EQ(protocol->readSectors(4241, 1, 30, buffer.data()), kStatusOk);
+}
+
+TEST_F(SimulatedMachine, ReadOf300SectorsOnADriveWithout48BitReadsFortyFour) {
+  installJson(R"({"disks": [{"name": "old", "kind": "ata", "bus": "sata",
+      "profile": {"model": "ST340014A", "capacitySectors": 78165360, "lba48": false}}]})");
+  auto protocol = ataProtocol(0);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  ASSERT_FALSE(p.lba48Supported);
+  std::vector<uint8_t> buffer(512 * 300, 0xEE);
+  EXPECT_EQ(protocol->readSectors(0, 300, 30, buffer.data()), kStatusOk);
+  // 44 sectors came (zeros of a fresh medium); the rest of the buffer is untouched.
+  EXPECT_EQ(buffer[512 * 44 - 1], 0);
+  EXPECT_EQ(buffer[512 * 44], 0xEE);
+}
+
+TEST_F(SimulatedMachine, SelfTestLogsOfTheHardDiskGiveTheFailingAddress) {
+  installDefault();
+  auto protocol = ataProtocol(kHdd0);
+  uint64_t lba = 0;
+  EXPECT_EQ(protocol->getSelfTestFailingLba(&lba), kStatusOk);
+  EXPECT_EQ(lba, 193536017u);
+  std::vector<SmartAttribute> attributes;
+  ASSERT_EQ(protocol->readSmartAttributes(&attributes), kStatusOk);
+  ASSERT_EQ(attributes.size(), 16u);
+  EXPECT_EQ(attributes[0].id, 1);
+  EXPECT_EQ(attributes[0].threshold, 51);
+}
+
+TEST_F(SimulatedMachine, SasDiskAnswersRead16AndTheFailingLbaIsReadLowestByteFirst) {
+  installJson(R"({"disks": [{"name": "s", "kind": "scsi", "bus": "sas",
+      "profile": {"capacitySectors": 1000,
+                  "selfTest": {"log": [{"code": 1, "result": 7, "hours": 5, "failingLba": 4660}]}}}]})");
+  auto protocol = scsiProtocol<ScsiProtocol>(0);
+  StorageProtocolProperties p;
+  ASSERT_EQ(protocol->getProperties(&p), kStatusOk);
+  EXPECT_EQ(p.sectorCount, 999u);  // a 1000-sector disk
+  std::vector<uint8_t> buffer(512);
+  EXPECT_EQ(protocol->readSectors(998, 1, 30, buffer.data()), kStatusOk);
+  uint8_t status = 0;
+  EXPECT_EQ(protocol->getSelfTestStatus(&status), kStatusOk);
+  EXPECT_EQ(status, 7);
+  uint64_t lba = 0;
+  EXPECT_EQ(protocol->getSelfTestFailingLba(&lba), kStatusOk);
+  EXPECT_EQ(lba, 0x3412000000000000ull);  // 4660 = 0x1234, big-endian on the page
+}
+
+// --- The SMART verdict --------------------------------------------------------
+
+TEST_F(SimulatedMachine, SmartStatusTestPassesTheHealthyAtaDisks) {
+  installDefault();
+  EXPECT_EQ(runSmartStatus(ataProtocol(kHdd0), kBusAta), SUCCESS);
+  EXPECT_EQ(runSmartStatus(ataProtocol(kSsd0), kBusAta), SUCCESS);
+}
+
+TEST_F(SimulatedMachine, SmartStatusTestFailsAnAtaDiskPastItsThreshold) {
+  installJson(R"({"disks": [{"name": "worn", "kind": "ata", "bus": "sata",
+      "profile": {"model": "ST3500418AS", "capacitySectors": 976773168,
+                  "smart": {"attributes": [
+                    {"id": 5, "flags": 51, "value": 100, "worst": 100, "raw": 900, "threshold": 140}]}}}]})");
+  EXPECT_EQ(runSmartStatus(ataProtocol(0), kBusAta), FAILED);
+}
+
+TEST_F(SimulatedMachine, SasDiskSmartVerdictFollowsItsFailurePrediction) {
+  installJson(R"({"disks": [
+      {"name": "good", "kind": "scsi", "bus": "sas", "profile": {"capacitySectors": 1000}},
+      {"name": "bad", "kind": "scsi", "bus": "sas", "profile": {"capacitySectors": 1000, "failurePredicted": true}}]})");
+  uint8_t healthy = 7;
+  EXPECT_EQ(scsiProtocol<ScsiProtocol>(0)->getSmartStatus(&healthy), kStatusOk);
+  EXPECT_EQ(healthy, 1);
+  EXPECT_EQ(scsiProtocol<ScsiProtocol>(1)->getSmartStatus(&healthy), kStatusOk);
+  EXPECT_EQ(healthy, 0);
+}
+
+}  // namespace
