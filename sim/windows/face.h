@@ -37,14 +37,6 @@ Machine* installedMachine();
 // controller emulations; GetProcAddress hands out the function as it is.
 void registerLibraryFunction(const std::string& library, const std::string& symbol, void* function);
 
-// A child process that a machine offers to CreateProcess ("processes" in the
-// description): its output and exit code, or a scripted behaviour given as a
-// function that writes the output.
-struct ScriptedProcess {
-  std::string output;
-  uint32_t exitCode = 0;
-};
-
 // The files marked by MoveFileEx(MOVEFILE_DELAY_UNTIL_REBOOT), as "X:\path".
 std::vector<std::string> pendingRebootDeletions();
 // Runs the next start of the system: removes the files so marked.
