@@ -12,39 +12,14 @@
 
 #include "scanner/disk_partitions.h"
 #include "scanner/partition_type_names.h"
+#include "system/device_scanner.h"
 #include "win32/win32.h"
 
-// Disk number -> the device paths that lead to that disk, as the device
-// service delivers them.
-using DiskMap = std::map<uint32_t, std::vector<std::string>>;
-
-// Which devices a scan asks for.
-class DeviceScanFilter {
- public:
-  virtual ~DeviceScanFilter() = default;
-};
-
-// The device service: lists device paths that pass a filter, and opens, locks
-// and closes them. Status results are 0 for success.
-class DeviceService {
- public:
-  virtual ~DeviceService() = default;
-  virtual uint32_t reservedA() { return 0; }
-  // Fills `out` with the devices that pass the filter.
-  virtual uint32_t scan(DeviceScanFilter* filter, DiskMap& out) = 0;
-  virtual uint32_t reservedB() { return 0; }
-  virtual uint32_t reservedC() { return 0; }
-  // Opens a device path for commands; 0 on success.
-  virtual uint32_t open(const std::string& path, HANDLE* out) = 0;
-  // Takes exclusive use of a volume.
-  virtual uint32_t lock(HANDLE handle) = 0;
-  virtual uint32_t reservedD() { return 0; }
-  virtual void close(HANDLE handle) = 0;
-};
-
-// The process-wide device service and its release.
-DeviceService* get_device_scanner();
-void release_device_scanner(DeviceService* service);
+// DiskMap, DeviceScanFilter, WinDeviceScanFilter and the device service
+// (`DeviceScanner`: scan third, open sixth, lock seventh, close ninth in its
+// order of operations) come from the system layer. The scanner calls the
+// service `DeviceService`.
+using DeviceService = DeviceScanner;
 
 class StorageScanner {
  public:
