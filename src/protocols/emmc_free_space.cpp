@@ -30,8 +30,9 @@ bool isExcluded(const EmmcSamplePlan& plan, uint64_t cluster) {
 // A run of free clusters starts at the first free cluster after a used one
 // (used: its bit is set, or it lies in an excluded range). At extentClusters
 // clusters it is emitted and a new run starts at the next cluster; a shorter
-// remainder is dropped at the next used cluster. The walk begins inside a run
-// of unknown start, and a run that began before the zone emits nothing.
+// remainder is dropped at the next used cluster. The bitmap begins on a byte,
+// so the walk may begin a few clusters before the zone; a run that began
+// there emits nothing.
 uint32_t collectFreeExtents(TestRunContext* abortSource, HANDLE volume, EmmcSamplePlan* plan, uint64_t zoneStart,
                             uint64_t zoneEnd, size_t zone) {
   uint64_t start = 0;
@@ -39,7 +40,6 @@ uint32_t collectFreeExtents(TestRunContext* abortSource, HANDLE volume, EmmcSamp
   std::vector<uint8_t> bits;
   const uint32_t status = readVolumeBitmap(volume, zoneStart, &start, &clusters, &bits);
   if (status != kStatusOk) return status;
-  bool armed = false;
   uint64_t runFirst = 0;
   uint32_t runLength = 0;
   for (uint64_t byte = 0; byte * 8 < clusters; ++byte) {
@@ -50,12 +50,10 @@ uint32_t collectFreeExtents(TestRunContext* abortSource, HANDLE volume, EmmcSamp
       if (cluster > zoneEnd || byte * 8 + bit >= clusters) break;
       const bool used = ((bits[byte] >> bit) & 1) != 0 || isExcluded(*plan, cluster);
       if (used) {
-        armed = true;
-        runLength = 0;
+        runLength = 0;  // a shorter remainder is dropped
         continue;
       }
       if (cluster >= zoneStart) ++plan->freeCount[zone];
-      if (!armed) continue;
       if (runLength == 0) runFirst = cluster;
       if (++runLength == plan->extentClusters) {
         if (runFirst >= zoneStart) plan->extents[zone].emplace_back(runFirst, cluster);
