@@ -3,6 +3,8 @@
 
 #include <cstdio>
 
+#include "system/string_handler.h"
+
 PartitionTypeNames::PartitionTypeNames() {
   for (const GptTypeRow& row : gptTypeRows()) gptTypeNames[row.guid] = row.name;
   for (const MbrTypeRow& row : mbrTypeRows()) mbrTypeNames[row.type] = row.name;
@@ -16,6 +18,18 @@ std::string PartitionTypeNames::mbrTypeName(uint8_t type) const {
 std::string PartitionTypeNames::gptTypeName(const std::string& guidText) const {
   auto it = gptTypeNames.find(guidText);
   return it == gptTypeNames.end() ? std::string() : it->second;
+}
+
+std::string PartitionTypeNames::gptTypeName(const GUID& guid) const {
+  // 36 characters and the NUL fit the 38 bytes the text form is printed into.
+  char text[38];
+  if (getStringHandler().formatInto(text, sizeof text, "%08lx-%04hx-%04hx-%02hhx%02hhx-%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx",
+                                    static_cast<unsigned long>(guid.Data1), guid.Data2, guid.Data3, guid.Data4[0],
+                                    guid.Data4[1], guid.Data4[2], guid.Data4[3], guid.Data4[4], guid.Data4[5],
+                                    guid.Data4[6], guid.Data4[7]) < 0) {
+    return std::string();
+  }
+  return gptTypeName(std::string(text));
 }
 
 std::string PartitionTypeNames::formatGuid(uint32_t data1, uint16_t data2, uint16_t data3, const uint8_t data4[8]) {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "win32/win32.h"
+
 struct GptTypeRow {
   const char* guid;  // lower-case text form
   const char* name;
@@ -32,6 +34,9 @@ class PartitionTypeNames {
   std::string mbrTypeName(uint8_t type) const;
   // `guidText` is the lower-case text form; empty when absent.
   std::string gptTypeName(const std::string& guidText) const;
+  // The name of a type GUID as the layout query gives it: formatted through
+  // the string service to the lower-case text form, then looked up.
+  std::string gptTypeName(const GUID& guid) const;
   // The GUID fields as the lower-case text the GPT map is keyed by.
   static std::string formatGuid(uint32_t data1, uint16_t data2, uint16_t data3, const uint8_t data4[8]);
 

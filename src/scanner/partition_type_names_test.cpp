@@ -50,4 +50,14 @@ TEST(PartitionTypeNames, ExtendedTypesFollowTheirOwnList) {
   EXPECT_FALSE(isExtendedType(0x105)) << "only the type byte's own values count";
 }
 
+TEST(PartitionTypeNames, GptTypeNameOfAGuidRecordLooksUpItsTextForm) {
+  PartitionTypeNames names;
+  const GUID ceph{0xBFBFAFE7, 0xA34F, 0x448A, {0x9A, 0x5B, 0x62, 0x13, 0xEB, 0x73, 0x6C, 0x22}};
+  EXPECT_EQ(names.gptTypeName(ceph), "_CEPH_|JOURNAL");
+  const GUID basicData{0xEBD0A0A2, 0xB9E5, 0x4433, {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7}};
+  EXPECT_EQ(names.gptTypeName(basicData), "_WINDOWS_BASIC_DATA_PARTITION");
+  const GUID unknown{0x00000001, 0x0002, 0x0003, {4, 5, 6, 7, 8, 9, 10, 11}};
+  EXPECT_EQ(names.gptTypeName(unknown), "");
+}
+
 }  // namespace
