@@ -4,6 +4,8 @@
 
 #include <new>
 
+#include "diagnostics/device_read.h"
+#include "diagnostics/device_write.h"
 #include "diagnostics/smart_status.h"
 #include "resource/storage_resource.h"
 
@@ -18,7 +20,9 @@ const std::vector<CatalogueRow>& catalogueRows() {
   static const std::vector<CatalogueRow> rows = {
       // quick diagnostic, in its order: 1.1.1 ... 1.1.7, 1.1.11
       {1, 1, &make<SmartStatusTest>},
+      {1, 11, &make<StorageDeviceReadTest>},
       // extended diagnostic, in its order: 1.2.8, 1.2.9, 1.2.10, 1.2.12
+      {2, 12, &make<StorageDeviceWriteTest>},
   };
   return rows;
 }
