@@ -4,6 +4,7 @@
 
 #include <new>
 
+#include "components/storage_component_manager.h"
 #include "diagnostics/device_read.h"
 #include "diagnostics/device_write.h"
 #include "diagnostics/smart_status.h"
@@ -29,7 +30,9 @@ const std::vector<CatalogueRow>& catalogueRows() {
 
 Resource* createResource(const ItemId& id) { return new (std::nothrow) StorageResource(id); }
 
-SystemComponentManager* createComponentManager(const ItemId&) { return nullptr; }
+SystemComponentManager* createComponentManager(const ItemId& id) {
+  return new (std::nothrow) StorageComponentManager(id);
+}
 
 Tool* createRecoverTool(const ItemId&) { return nullptr; }
 
