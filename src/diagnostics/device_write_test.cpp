@@ -348,7 +348,29 @@ TEST_F(DeviceWrite, VolumePrivilegeIsEnabledAndStaysEnabledAfterTheRun) {
   EXPECT_EQ(keptVolumePrivilegeAttributes(), static_cast<uint32_t>(SE_PRIVILEGE_ENABLED));
 }
 
+TEST_F(DeviceWrite, ProgressStartsAgainAtZeroInEachRun) {
+  setVolumes({volume("C:\\", 4 * kMiB)});
+  EXPECT_EQ(test.run(&context), SUCCESS);
+  const double first = test.progress;
+  EXPECT_NEAR(first, 100.0, 1e-9);
+  listener.events.clear();
+  EXPECT_EQ(test.run(&context), SUCCESS);
+  EXPECT_DOUBLE_EQ(test.progress, first);
+  EXPECT_EQ(listener.events[1], (ProgressEvent{12, ""})) << "the first write of the second run: 12.5 percent";
+}
+
 // --- The question ------------------------------------------------------------
+
+TEST(InputRequestRecord, CarriesItsKeysAndNumbersWithNoAnswerAndAnEmptyList) {
+  InputRequest request("DEVICE_WRITE_TEST", "VOLUME_SPACE_ALLOCATION_ALERT", 1, 0);
+  EXPECT_EQ(request.title, "DEVICE_WRITE_TEST");
+  EXPECT_EQ(request.text, "VOLUME_SPACE_ALLOCATION_ALERT");
+  EXPECT_EQ(request.numberA, 1u);
+  EXPECT_EQ(request.numberB, 0u);
+  EXPECT_EQ(request.answer, 0u);
+  EXPECT_EQ(request.reserved, 0u);
+  EXPECT_TRUE(request.choices.empty());
+}
 
 TEST_F(DeviceWrite, NonInteractiveListenerIsNotAskedAndTheTestRuns) {
   setVolumes({volume("C:\\", 4 * kMiB)});
