@@ -7,7 +7,10 @@
 #include "components/storage_component_manager.h"
 #include "diagnostics/device_read.h"
 #include "diagnostics/device_write.h"
+#include "diagnostics/funnel_seek.h"
+#include "diagnostics/random_seek.h"
 #include "diagnostics/smart_status.h"
+#include "diagnostics/targeted_read.h"
 #include "resource/storage_resource.h"
 
 namespace {
@@ -21,8 +24,13 @@ const std::vector<CatalogueRow>& catalogueRows() {
   static const std::vector<CatalogueRow> rows = {
       // quick diagnostic, in its order: 1.1.1 ... 1.1.7, 1.1.11
       {1, 1, &make<SmartStatusTest>},
+      {1, 2, &make<TargetedReadTest>},
+      {1, 3, &make<QuickRandomSeekTest>},
+      {1, 4, &make<QuickFunnelSeekTest>},
       {1, 11, &make<StorageDeviceReadTest>},
       // extended diagnostic, in its order: 1.2.8, 1.2.9, 1.2.10, 1.2.12
+      {2, 8, &make<ExtendedRandomSeekTest>},
+      {2, 9, &make<ExtendedFunnelSeekTest>},
       {2, 12, &make<StorageDeviceWriteTest>},
   };
   return rows;

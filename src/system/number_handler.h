@@ -49,6 +49,10 @@ class NumberHandler {
 // The process-wide number service, made on first use.
 NumberHandler& getNumberHandler();
 
+// Puts another service behind getNumberHandler() (null restores the module's
+// own). For tests that fix the random sequence the seek tests draw from.
+void setNumberHandlerForTesting(NumberHandler* replacement);
+
 // Strict decimal conversion of a test parameter through the text library:
 // *ok (when not null) tells whether all of `text` was a number in range.
 int32_t stringToInt(const std::string& text, bool* ok);

@@ -116,7 +116,14 @@ void NumberHandlerImp::updateRange(double value, double* minimum, double* maximu
   if (minimum != nullptr && value < *minimum) *minimum = value;
 }
 
+namespace {
+NumberHandler* gReplacement = nullptr;
+}  // namespace
+
 NumberHandler& getNumberHandler() {
+  if (gReplacement != nullptr) return *gReplacement;
   static NumberHandlerImp handler;
   return handler;
 }
+
+void setNumberHandlerForTesting(NumberHandler* replacement) { gReplacement = replacement; }

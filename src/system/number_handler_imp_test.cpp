@@ -148,3 +148,16 @@ TEST(NumberHandlerAccessor, HandsOutOneObjectForTheProcess) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(NumberHandlerReplacement, ReplacementServesTheAccessorUntilRemoved) {
+  NumberHandler& own = getNumberHandler();
+  NumberHandlerImp replacement;
+  setNumberHandlerForTesting(&replacement);
+  EXPECT_EQ(&getNumberHandler(), &replacement);
+  setNumberHandlerForTesting(nullptr);
+  EXPECT_EQ(&getNumberHandler(), &own);
+}
+
+}  // namespace

@@ -141,13 +141,13 @@ uint32_t WinFilesystem::isReservedName(std::string path) {
 uint32_t WinFilesystem::removeTree(const std::string& path) {
   const WideString root = utf8ToWide(path.c_str());
   WIN32_FIND_DATAW entry{};
-  HANDLE find = FindFirstFileW((root + u"\\*").c_str(), &entry);
+  HANDLE find = FindFirstFileW((root + WIN32_WIDE("\\*")).c_str(), &entry);
   if (find == INVALID_HANDLE_VALUE) return 0;
   // The first entry is taken for "." and passed over unseen.
   while (FindNextFileW(find, &entry)) {
     const WideString name(entry.cFileName);
-    if (name == u"." || name == u"..") continue;
-    const WideString child = root + u"\\" + name;
+    if (name == WIN32_WIDE(".") || name == WIN32_WIDE("..")) continue;
+    const WideString child = root + WIN32_WIDE("\\") + name;
     if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
       // The sense of this test is kept as it has always been: a removable
       // subdirectory (result 0) stops the walk, and the caller sees 1.
