@@ -5,6 +5,8 @@
 #include <new>
 
 #include "components/storage_component_manager.h"
+#include "diagnostics/device_read.h"
+#include "diagnostics/device_write.h"
 #include "diagnostics/funnel_seek.h"
 #include "diagnostics/random_seek.h"
 #include "diagnostics/smart_status.h"
@@ -25,9 +27,11 @@ const std::vector<CatalogueRow>& catalogueRows() {
       {1, 2, &make<TargetedReadTest>},
       {1, 3, &make<QuickRandomSeekTest>},
       {1, 4, &make<QuickFunnelSeekTest>},
+      {1, 11, &make<StorageDeviceReadTest>},
       // extended diagnostic, in its order: 1.2.8, 1.2.9, 1.2.10, 1.2.12
       {2, 8, &make<ExtendedRandomSeekTest>},
       {2, 9, &make<ExtendedFunnelSeekTest>},
+      {2, 12, &make<StorageDeviceWriteTest>},
   };
   return rows;
 }
