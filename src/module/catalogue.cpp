@@ -4,6 +4,10 @@
 
 #include <new>
 
+#include "diagnostics/default_self.h"
+#include "diagnostics/drive_self.h"
+#include "diagnostics/extended_self.h"
+#include "diagnostics/short_self.h"
 #include "diagnostics/smart_status.h"
 #include "resource/storage_resource.h"
 
@@ -18,7 +22,11 @@ const std::vector<CatalogueRow>& catalogueRows() {
   static const std::vector<CatalogueRow> rows = {
       // quick diagnostic, in its order: 1.1.1 ... 1.1.7, 1.1.11
       {1, 1, &make<SmartStatusTest>},
+      {1, 5, &make<ShortSelfTest>},
+      {1, 6, &make<QuickDriveSelfTest>},
+      {1, 7, &make<DefaultSelfTest>},
       // extended diagnostic, in its order: 1.2.8, 1.2.9, 1.2.10, 1.2.12
+      {2, 10, &make<ExtendedSelfTest>},
   };
   return rows;
 }
