@@ -46,6 +46,21 @@ TEST_F(ShortSelf, ShortSelfTestOnAnExternalDiskLogsAtLevelZero) {
   EXPECT_TRUE(protocol->calls.empty());
 }
 
+TEST_F(ShortSelf, EveryOtherSelfTestLogsAnExternalDiskAtLevelThree) {
+  disk.setLocation(kLocationExternal);
+  QuickDriveSelfTest drive(ItemId(1, 1, 6));
+  DefaultSelfTest byDefault(ItemId(1, 1, 7));
+  ExtendedSelfTest extended(ItemId(1, 2, 10));
+  EXPECT_EQ(test.checkSupported(&disk, &listener, &log), NOT_APPLICABLE);
+  EXPECT_EQ(drive.checkSupported(&disk, &listener, &log), NOT_APPLICABLE);
+  EXPECT_EQ(byDefault.checkSupported(&disk, &listener, &log), NOT_APPLICABLE);
+  EXPECT_EQ(extended.checkSupported(&disk, &listener, &log), NOT_APPLICABLE);
+  const char* key = "TEST_NOT_SUPPORTED_IN_EXTERNAL_DEVICE";
+  EXPECT_EQ(log.lines, (std::vector<LogLine>{{key, LevelInfo}, {key, LevelError}, {key, LevelError}, {key, LevelError}}));
+  EXPECT_EQ(listener.events, (std::vector<ProgressEvent>(4, ProgressEvent{100, key})));
+  EXPECT_TRUE(protocol->calls.empty());
+}
+
 TEST_F(ShortSelf, DriveBehindRaidControllerOnAnotherBusIsRefusedForThisDeviceAtLevelZero) {
   disk.setLocation(kLocationRaid);
   disk.setBusKind(kBusAta);
