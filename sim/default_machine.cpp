@@ -1,5 +1,6 @@
 // The built-in machine: seven disks of the kinds the module meets in the
-// field, each with its own identity, on sparse media.
+// field, each with its own identity, on sparse media. The system disk (hdd0)
+// and the eMMC device carry partitions and a volume each.
 #include "sim/machine.h"
 
 namespace sim {
@@ -57,7 +58,14 @@ const char* Machine::defaultMachineJson() {
           "errorCount": 2
         }
       },
-      "faults": {"unreadableSectors": [193536017, 257011330]}
+      "faults": {"unreadableSectors": [193536017, 257011330]},
+      "partitions": {"scheme": "gpt", "entries": [
+        {"type": "c12a7328-f81f-11d2-ba4b-00a0c93ec93b", "startLba": 2048, "sectorCount": 204800, "name": "EFI"},
+        {"type": "e3c9e316-0b5c-4db8-817d-f92df00215ae", "startLba": 206848, "sectorCount": 32768},
+        {"type": "ebd0a0a2-b9e5-4433-87c0-68b6b72699c7", "startLba": 239616, "sectorCount": 1048576000,
+         "name": "Basic data partition"}]},
+      "volumes": [{"partition": 3, "letter": "C", "label": "Windows", "serial": "5E1A7C02", "fileSystem": "NTFS",
+                   "freeBytes": 322122547200}]
     },
     {
       "name": "ssd0",
@@ -191,7 +199,11 @@ const char* Machine::defaultMachineJson() {
       "kind": "emmc",
       "bus": "mmc",
       "profile": {"capacitySectors": 244277248},
-      "descriptor": {"vendorId": "", "productId": "BJTD4R", "productRevision": "", "serialNumber": "0x9d0a8a30"}
+      "descriptor": {"vendorId": "", "productId": "BJTD4R", "productRevision": "", "serialNumber": "0x9d0a8a30"},
+      "partitions": {"scheme": "mbr", "signature": 2880154539, "entries": [
+        {"type": 7, "startLba": 2048, "sectorCount": 62914560}]},
+      "volumes": [{"partition": 1, "letter": "D", "label": "DATA", "serial": "0C4F12D8", "fileSystem": "NTFS",
+                   "freeBytes": 21474836480}]
     }
   ]
 })JSON";

@@ -64,7 +64,8 @@ struct Disk {
   // then drive). Raw reads and writes pass them through admitRawIo.
   std::vector<std::shared_ptr<FaultState>> faultPath;
   // The disk's object of the machine description, as written; the keys
-  // "partitions", "volumes" and "files" belong to the Windows face.
+  // "partitions", "volumes", "files" and "smartGetVersion" belong to the
+  // Windows face.
   nlohmann::json description;
 
   // The fate of one raw read or write on the disk handle: each fault state
@@ -97,8 +98,8 @@ class Machine {
 
   std::string name;
   std::vector<Disk> disks;
-  // The whole description as written; "controllers", "libraries" and
-  // "processes" belong to the Windows face.
+  // The whole description as written; "controllers", "libraries",
+  // "processes" and "privileges" belong to the Windows face.
   nlohmann::json description;
 
  private:

@@ -1,6 +1,7 @@
 // Building a Machine from its description: every key checked, then the
 // devices, bridges, fault wrappers and media of each disk put together.
-// The keys of the Windows face are kept as raw JSON.
+// The keys of the Windows face are kept as raw JSON; "privileges" and
+// "smartGetVersion" are checked here as well, since their shape is simple.
 #include <fstream>
 #include <sstream>
 
@@ -381,6 +382,15 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   r.keep("partitions");
   r.keep("volumes");
   r.keep("files");
+  const json* smartVersion = nullptr;
+  if (r.object("smartGetVersion", &smartVersion)) {
+    // Read by the Windows face as it stands; checked here so that a wrong
+    // value is refused with its path instead of being ignored there.
+    DescriptionReader v(*smartVersion, r.pathOf("smartGetVersion"), error);
+    uint32_t capabilities = 0;
+    v.number("capabilities", &capabilities);
+    v.finish();
+  }
 
   MediaSpec media;
   FaultSpec faults;
@@ -409,6 +419,9 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   const json* f = nullptr;
   if (r.object("faults", &f)) readFaults(*f, r.pathOf("faults"), error, &faults);
   const bool usbAta = kind == 0 && bus == 2;
+  if (smartVersion != nullptr && (kind != 0 || usbAta) && r.ok()) {
+    r.fail(r.pathOf("smartGetVersion"), "only a disk on an ATA port answers SMART_GET_VERSION");
+  }
   const json* b = nullptr;
   if (r.object("bridge", &b)) {
     if (!usbAta) r.fail(r.pathOf("bridge"), "only an ATA disk on the USB bus has a bridge");
@@ -521,6 +534,18 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
   r.keep("controllers");
   r.keep("libraries");
   r.keep("processes");
+  const json* privileges = nullptr;
+  if (r.array("privileges", &privileges)) {
+    // The names the process token holds, for the Windows face; [] is a token
+    // without any.
+    for (size_t i = 0; i < privileges->size(); ++i) {
+      const json& name = (*privileges)[i];
+      if (!name.is_string() || name.get<std::string>().empty()) {
+        r.fail(indexed(r.pathOf("privileges"), i), "expected a privilege name such as \"SeManageVolumePrivilege\"");
+        break;
+      }
+    }
+  }
   const json* disks = nullptr;
   if (r.array("disks", &disks)) {
     for (size_t i = 0; i < disks->size(); ++i) {

@@ -254,3 +254,54 @@ TEST(MachineDescription, BusDefaultsToTheUsualOneForTheKind) {
 
 }  // namespace
 }  // namespace sim
+
+namespace sim {
+namespace {
+
+// "privileges" and "smartGetVersion" belong to the Windows face: the loader
+// keeps them as written, after checking their shape.
+TEST(MachineDescription, KeepsThePrivilegesAndSmartGetVersionKeysOfTheWindowsFace) {
+  std::string error;
+  auto machine = Machine::fromJsonText(R"({"privileges": ["SeChangeNotifyPrivilege"], "disks": [
+      {"name": "a", "kind": "ata", "profile": {"capacitySectors": 10}, "smartGetVersion": {"capabilities": 7}},
+      {"name": "b", "kind": "ata", "bus": "ata", "profile": {"capacitySectors": 10}, "smartGetVersion": {}}]})",
+                                       &error);
+  ASSERT_NE(machine, nullptr) << error;
+  EXPECT_EQ(machine->description.at("privileges"), nlohmann::json::parse(R"(["SeChangeNotifyPrivilege"])"));
+  EXPECT_EQ(machine->disks[0].description.at("smartGetVersion").at("capabilities"), 7);
+  EXPECT_TRUE(machine->disks[1].description.at("smartGetVersion").empty());
+  // A token without any privilege is a list too.
+  EXPECT_NE(Machine::fromJsonText(R"({"privileges": [], "disks": []})", &error), nullptr) << error;
+}
+
+TEST(MachineDescription, RejectsPrivilegesThatAreNotAListOfNames) {
+  EXPECT_EQ(rejection(R"({"privileges": "SeManageVolumePrivilege"})"), "privileges: expected an array");
+  EXPECT_EQ(rejection(R"({"privileges": ["SeManageVolumePrivilege", 3]})"),
+            R"(privileges[1]: expected a privilege name such as "SeManageVolumePrivilege")");
+  EXPECT_EQ(rejection(R"({"privileges": [""]})"),
+            R"(privileges[0]: expected a privilege name such as "SeManageVolumePrivilege")");
+}
+
+TEST(MachineDescription, RejectsASmartGetVersionOfTheWrongShapeOrWithoutAnAtaPort) {
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "profile": {"capacitySectors": 1},
+      "smartGetVersion": 5})")),
+            "disks[0].smartGetVersion: expected an object");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "profile": {"capacitySectors": 1},
+      "smartGetVersion": {"capabilities": "all"}})")),
+            "disks[0].smartGetVersion.capabilities: expected an unsigned integer");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "profile": {"capacitySectors": 1},
+      "smartGetVersion": {"capabilities": 4294967296}})")),
+            "disks[0].smartGetVersion.capabilities: must be at most 4294967295");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "profile": {"capacitySectors": 1},
+      "smartGetVersion": {"capabilities": 5, "version": 1}})")),
+            "disks[0].smartGetVersion.version: unknown key");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "scsi", "profile": {"capacitySectors": 1},
+      "smartGetVersion": {"capabilities": 5}})")),
+            "disks[0].smartGetVersion: only a disk on an ATA port answers SMART_GET_VERSION");
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "a", "kind": "ata", "bus": "usb", "profile": {"capacitySectors": 1},
+      "bridge": {"type": "sat"}, "smartGetVersion": {"capabilities": 5}})")),
+            "disks[0].smartGetVersion: only a disk on an ATA port answers SMART_GET_VERSION");
+}
+
+}  // namespace
+}  // namespace sim

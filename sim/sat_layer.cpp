@@ -108,7 +108,8 @@ ScsiResponse SatLayer::executeScsi(const ScsiRequest& r) {
 // ATA Status Return descriptor (type 9, 14 bytes: 2 EXTEND, 3 error, 4-11
 // count and LBA as (previous, current) pairs, 12 device, 13 status) when
 // CK_COND asks for it (RECOVERED ERROR, ATA PASS THROUGH INFORMATION
-// AVAILABLE) or the command failed (the sense of the ATA error).
+// AVAILABLE) or the command failed (the sense key and additional sense of the
+// ATA error, with the descriptor as the only one, so that it fits in 22 bytes).
 ScsiResponse SatLayer::passThrough(const ScsiRequest& r) {
   const uint8_t* c = r.cdb;
   const bool sixteen = c[0] == kAtaPassThrough16;
@@ -204,7 +205,13 @@ ScsiResponse SatLayer::passThrough(const ScsiRequest& r) {
   ScsiResponse response;
   if ((o.status & (kAtaErr | kAtaDf)) != 0) {
     SenseInfo info = errorSense(ata, a.extended);
-    if (profile_.ckCond) info.extraDescriptors.assign(lastDescriptor_.begin(), lastDescriptor_.end());
+    if (profile_.ckCond) {
+      // The ATA Status Return comes first and alone: it already holds the
+      // failing LBA, and an information descriptor ahead of it would push it
+      // past the 32 sense bytes a host such as Windows' pass-through keeps.
+      info.informationValid = false;
+      info.extraDescriptors.assign(lastDescriptor_.begin(), lastDescriptor_.end());
+    }
     response = checkCondition(SenseFormat::Descriptor, info);
   } else if (ckCond) {
     SenseInfo info;

@@ -94,6 +94,23 @@ TEST(SatLayer, FailedReadCarriesMediumErrorAndTheDriveRegisters) {
   EXPECT_EQ(d[13] & 0x01, 0x01);
 }
 
+TEST(SatLayer, FailedPassThroughPutsTheStatusReturnFirstSoItFitsInThirtyTwoSenseBytes) {
+  BridgeRig rig(satBridgeProfile(true), 200000000);
+  rig.media->markUnreadable(0x0B892011);
+  // READ SECTORS EXT of LBA 0x0B892011 through ATA PASS-THROUGH(16), CK_COND.
+  const auto call =
+      scsiIn(*rig.bridge, {0x85, 0x09, 0x2E, 0, 0, 0, 1, 0x0B, 0x11, 0, 0x20, 0, 0x89, 0x40, 0x24, 0}, 512);
+  ASSERT_EQ(call.response.status, 2);
+  const auto& s = call.response.sense;
+  ASSERT_EQ(s.size(), 22u);
+  EXPECT_EQ(s[1], kSenseMediumError);
+  EXPECT_EQ(s[7], 14);  // one descriptor
+  const std::vector<uint8_t> descriptor(s.begin() + 8, s.end());
+  // code, length, EXTEND, error, count (previous, current), LBA low, mid,
+  // high (previous, current each), device, status.
+  EXPECT_EQ(descriptor, (std::vector<uint8_t>{0x09, 0x0C, 1, 0x40, 0, 1, 0x0B, 0x11, 0, 0x20, 0, 0x89, 0x40, 0x51}));
+}
+
 TEST(SatLayer, BridgeWithoutCkCondAnswersGoodAndGivesRegistersByProtocol15) {
   BridgeRig rig(satBridgeProfile(false));
   const auto status = scsiIn(*rig.bridge, {0xA1, 0x06, 0x20, 0xDA, 0, 0, 0x4F, 0xC2, 0, 0xB0, 0, 0}, 0);

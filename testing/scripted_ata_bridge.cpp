@@ -39,8 +39,10 @@ uint32_t ScriptedAtaBridge::send(AtaCmd& cmd) {
 
   if (answer.status == kStatusOk && cmd.direction == kDirectionIn && cmd.buffer != nullptr) {
     const uint64_t moved = std::min<uint64_t>(answer.data.size(), cmd.dataLength);
-    std::memcpy(cmd.buffer, answer.data.data(), static_cast<size_t>(moved));
-    if (moved != 0) cmd.dataLength = moved;
+    if (moved != 0) {
+      std::memcpy(cmd.buffer, answer.data.data(), static_cast<size_t>(moved));
+      cmd.dataLength = moved;
+    }
   }
   cmd.features = answer.error;
   cmd.sectorCount = answer.sectorCount;

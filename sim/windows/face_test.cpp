@@ -237,6 +237,28 @@ TEST_F(DiskFaceTest, SmartGetVersionAnswersOnlyOnAnAtaPort) {
   CloseHandle(scsi);
 }
 
+TEST_F(DiskFaceTest, SmartGetVersionOfALoadedMachineReportsTheDescribedCapabilities) {
+  std::string error;
+  auto machine = Machine::fromJsonText(R"({"disks": [
+      {"name": "a", "kind": "ata", "profile": {"capacitySectors": 4096}, "smartGetVersion": {"capabilities": 7}},
+      {"name": "b", "kind": "ata", "profile": {"capacitySectors": 4096}}]})",
+                                       &error);
+  ASSERT_NE(machine, nullptr) << error;
+  ASSERT_TRUE(installMachine(std::move(machine), &error)) << error;
+  GETVERSIONINPARAMS version{};
+  DWORD returned = 0;
+  HANDLE described = openDisk(0);
+  ASSERT_TRUE(DeviceIoControl(described, SMART_GET_VERSION, nullptr, 0, &version, 24, &returned, nullptr));
+  EXPECT_EQ(version.fCapabilities, 7u);
+  // Without the key: identify and SMART.
+  HANDLE plain = openDisk(1);
+  ASSERT_TRUE(DeviceIoControl(plain, SMART_GET_VERSION, nullptr, 0, &version, 24, &returned, nullptr));
+  EXPECT_EQ(version.fCapabilities, static_cast<DWORD>(CAP_ATA_ID_CMD | CAP_SMART_CMD));
+  EXPECT_EQ(version.fCapabilities, 5u);
+  CloseHandle(described);
+  CloseHandle(plain);
+}
+
 TEST_F(DiskFaceTest, AnUnknownControlCodeIsAnInvalidFunction) {
   install({makeDisk("a", 4096, std::make_shared<FakeAta>(), nullptr)});
   HANDLE disk = openDisk(0);

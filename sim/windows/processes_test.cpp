@@ -212,6 +212,50 @@ TEST_F(ProcessFaceTest, ACsmiAdapterAnswersConfigurationPhysAndStpPassThrough) {
   CloseHandle(adapter);
 }
 
+// The token of a machine loaded from its description holds what
+// "privileges" lists: by default SeManageVolumePrivilege among others, with
+// [] none, so that enabling it succeeds with ERROR_NOT_ALL_ASSIGNED.
+DWORD enableManageVolume() {
+  HANDLE token = nullptr;
+  EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &token));
+  TOKEN_PRIVILEGES privileges{};
+  privileges.PrivilegeCount = 1;
+  EXPECT_TRUE(LookupPrivilegeValueA(nullptr, "SeManageVolumePrivilege", &privileges.Privileges[0].Luid));
+  privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+  EXPECT_TRUE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
+  const DWORD result = GetLastError();
+  CloseHandle(token);
+  return result;
+}
+
+void installJson(const std::string& text) {
+  std::string error;
+  auto machine = Machine::fromJsonText(text, &error);
+  ASSERT_NE(machine, nullptr) << error;
+  ASSERT_TRUE(installMachine(std::move(machine), &error)) << error;
+}
+
+TEST_F(ProcessFaceTest, LoadedMachineWithoutPrivilegesKeyHoldsManageVolume) {
+  installJson(R"({"disks": []})");
+  EXPECT_EQ(enableManageVolume(), static_cast<DWORD>(ERROR_SUCCESS));
+  EXPECT_TRUE(privilegeEnabled("SeManageVolumePrivilege"));
+}
+
+TEST_F(ProcessFaceTest, LoadedMachineWithEmptyPrivilegesCannotEnableManageVolume) {
+  installJson(R"({"privileges": [], "disks": []})");
+  EXPECT_EQ(enableManageVolume(), static_cast<DWORD>(ERROR_NOT_ALL_ASSIGNED));
+  EXPECT_FALSE(privilegeEnabled("SeManageVolumePrivilege"));
+}
+
+TEST_F(ProcessFaceTest, LoadedMachineListingOtherPrivilegesOnlyLacksManageVolume) {
+  installJson(R"({"privileges": ["SeChangeNotifyPrivilege"], "disks": []})");
+  EXPECT_EQ(enableManageVolume(), static_cast<DWORD>(ERROR_NOT_ALL_ASSIGNED));
+  EXPECT_FALSE(privilegeEnabled("SeManageVolumePrivilege"));
+  installJson(R"({"privileges": ["SeManageVolumePrivilege"], "disks": []})");
+  EXPECT_EQ(enableManageVolume(), static_cast<DWORD>(ERROR_SUCCESS));
+  EXPECT_TRUE(privilegeEnabled("SeManageVolumePrivilege"));
+}
+
 }  // namespace
 }  // namespace testing
 }  // namespace windows

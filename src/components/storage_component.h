@@ -66,6 +66,18 @@ class StorageComponent : public SystemComponent {
   void addDetail(const std::string& key, const std::string& value);
   static void addDetail(std::vector<DetailEntry>& target, const std::string& key, const std::string& value);
 
+  // Fills name, details and attributes from `describer`'s properties (null:
+  // the component's own protocol). The properties' status when they can't be
+  // read; then nothing is filled. See device_description.cpp.
+  uint32_t describe(StorageProtocol* describer, const std::string& parentName);
+  // One "PARTITION" section per partition record; nothing without records.
+  void describePartitions();
+  // Takes the disk's mounted volumes from the operating system for a repair:
+  // 1 without a partition description or when a volume could not be taken.
+  uint32_t unmountVolumes();
+  // Gives the volumes taken by unmountVolumes back; the last call's status.
+  uint32_t remountVolumes();
+
  private:
   std::unique_ptr<StorageProtocol> protocol;
   std::unique_ptr<DiskPartitions> partitions;

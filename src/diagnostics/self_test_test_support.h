@@ -22,6 +22,7 @@
 #include "testing/recording_host.h"
 #include "testing/scripted_filesystem.h"
 #include "testing/scripted_protocol.h"
+#include "testing/simulated_pc.h"
 #include "win32/win32.h"
 
 namespace mstest {
@@ -152,44 +153,18 @@ class SelfTestFixture : public ::testing::Test {
 
 // The simulated PC with its disks opened through the Win32 seam, and the
 // protocols that discovery would build on them, with the real bridges and
-// senders below. Handles are closed and the machine taken away at the end.
-class SimulatedDisks : public ::testing::Test {
+// senders below.
+class SimulatedDisks : public SimulatedPcTest {
  protected:
   // Index of each disk of the built-in machine.
-  static constexpr int kHdd0 = 0;
-  static constexpr int kSsd0 = 1;
-  static constexpr int kSas0 = 3;
-
-  void TearDown() override {
-    for (HANDLE handle : handles) CloseHandle(handle);
-    sim::uninstallMachine();
-  }
-
-  void installDefault() {
-    std::string error;
-    ASSERT_TRUE(sim::installMachine(sim::Machine::defaultMachine(), &error)) << error;
-  }
-
-  void installJson(const std::string& json) {
-    std::string error;
-    auto machine = sim::Machine::fromJsonText(json, &error);
-    ASSERT_NE(machine, nullptr) << error;
-    ASSERT_TRUE(sim::installMachine(std::move(machine), &error)) << error;
-  }
-
-  HANDLE open(int disk) {
-    const std::string path = "\\\\.\\PhysicalDrive" + std::to_string(disk);
-    HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_NE(handle, INVALID_HANDLE_VALUE) << path;
-    handles.push_back(handle);
-    return handle;
-  }
+  static constexpr uint32_t kHdd0 = 0;
+  static constexpr uint32_t kSsd0 = 1;
+  static constexpr uint32_t kSas0 = 3;
 
   // An internal SATA disk as discovery makes it: the plain ATA transport,
   // then SAT with CK_COND; properties read once.
-  std::unique_ptr<StorageComponent> ataDisk(int disk) {
-    HANDLE handle = open(disk);
+  std::unique_ptr<StorageComponent> ataDisk(uint32_t disk) {
+    HANDLE handle = openDisk(disk);
     auto protocol = std::make_unique<AtaProtocol>();
     protocol->addTransport(std::make_shared<AtaBridge>(handle));
     protocol->addTransport(std::make_shared<SatBridgeWithCkCondition>(std::make_shared<ScsiBridge>(handle)));
@@ -204,9 +179,9 @@ class SimulatedDisks : public ::testing::Test {
   }
 
   // An internal SAS disk on the SCSI protocol.
-  std::unique_ptr<StorageComponent> scsiDisk(int disk) {
+  std::unique_ptr<StorageComponent> scsiDisk(uint32_t disk) {
     auto protocol = std::make_unique<ScsiProtocol>();
-    protocol->addTransport(std::make_shared<ScsiBridge>(open(disk)));
+    protocol->addTransport(std::make_shared<ScsiBridge>(openDisk(disk)));
     protocol->setProtocolKind(kProtocolScsi);
     protocol->setBusKind(kBusScsi);
     StorageProtocolProperties ignored;
@@ -217,7 +192,6 @@ class SimulatedDisks : public ::testing::Test {
     return component;
   }
 
-  std::vector<HANDLE> handles;
   RecordingListener listener;
   RecordingLog log;
 };

@@ -4,6 +4,7 @@
 
 #include <new>
 
+#include "components/storage_component_manager.h"
 #include "diagnostics/default_self.h"
 #include "diagnostics/drive_self.h"
 #include "diagnostics/extended_self.h"
@@ -33,7 +34,9 @@ const std::vector<CatalogueRow>& catalogueRows() {
 
 Resource* createResource(const ItemId& id) { return new (std::nothrow) StorageResource(id); }
 
-SystemComponentManager* createComponentManager(const ItemId&) { return nullptr; }
+SystemComponentManager* createComponentManager(const ItemId& id) {
+  return new (std::nothrow) StorageComponentManager(id);
+}
 
 Tool* createRecoverTool(const ItemId&) { return nullptr; }
 
