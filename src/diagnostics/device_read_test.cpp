@@ -109,6 +109,9 @@ TEST_F(DeviceRead, IsSupportedOnEmmcAndNvmeOnly) {
 }
 
 TEST_F(DeviceRead, IsSupportedOnAnAtaOrScsiDiskIsFalseWithNothingOnTheListener) {
+  // Bound to the recording host first, so that a check speaking to the bound
+  // listener or log rather than to the null ones would be seen.
+  ASSERT_EQ(test.bindContext(&context), SUCCESS);
   for (uint32_t bus : {kBusAta, kBusScsi}) {
     disk.setBusKind(bus);
     EXPECT_FALSE(test.isSupported(&disk));
