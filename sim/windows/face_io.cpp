@@ -170,6 +170,16 @@ BOOL readOrWrite(HANDLE handle, bool write, uint8_t* buffer, DWORD length, LPDWO
   const Transfer t = transfer(face, io, write, overlappedHandle, offset, buffer, length);
   if (!overlappedHandle) {
     if (done != nullptr) *done = t.done;
+    if (overlapped != nullptr) {
+      // A synchronous handle given an OVERLAPPED still reports through it:
+      // Windows fills its status and count and signals its event when the
+      // call returns, so a caller may wait on the event and ask
+      // GetOverlappedResult as with an overlapped handle.
+      overlapped->Internal = t.error;
+      overlapped->InternalHigh = t.done;
+      std::shared_ptr<EventObject> event = face.findAs<EventObject>(overlapped->hEvent, ObjectKind::Event);
+      if (event) event->signaled = true;
+    }
     if (t.error != ERROR_SUCCESS) return fail(t.error, FALSE);
     io.position = offset + t.done;
     return TRUE;
