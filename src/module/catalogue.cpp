@@ -16,6 +16,7 @@
 #include "diagnostics/smart_status.h"
 #include "diagnostics/targeted_read.h"
 #include "resource/storage_resource.h"
+#include "tools/recover_bad_sectors.h"
 
 namespace {
 template <typename T>
@@ -50,6 +51,8 @@ SystemComponentManager* createComponentManager(const ItemId& id) {
   return new (std::nothrow) StorageComponentManager(id);
 }
 
-Tool* createRecoverTool(const ItemId&) { return nullptr; }
+Tool* createRecoverTool(const ItemId& id) { return new (std::nothrow) RecoverBadSectors(id); }
 
-void attachToolOwner(Tool*, ModuleInterface*) {}
+void attachToolOwner(Tool* tool, ModuleInterface* owner) {
+  if (auto* recover = dynamic_cast<RecoverBadSectors*>(tool)) recover->setModule(owner);
+}
