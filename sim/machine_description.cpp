@@ -379,6 +379,7 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   }
   disk.busType = busTypes[bus];
   r.boolean("removable", &disk.removableMedia);
+  r.boolean("hidden", &disk.hidden);
   r.keep("partitions");
   r.keep("volumes");
   r.keep("files");

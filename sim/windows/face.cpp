@@ -239,7 +239,8 @@ HANDLE openPath(Face& face, const std::string& path, DWORD access, DWORD share, 
   Machine* machine = face.machine();
   if (startsWithNoCase(path, "\\\\.\\PhysicalDrive")) {
     size_t number = 0;
-    if (!parseNumber(path, 17, path.size(), &number) || machine == nullptr || number >= machine->disks.size()) {
+    if (!parseNumber(path, 17, path.size(), &number) || machine == nullptr || number >= machine->disks.size() ||
+        machine->disks[number].hidden) {
       return fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     }
     auto disk = std::make_shared<DiskObject>();
@@ -285,7 +286,7 @@ HANDLE openPath(Face& face, const std::string& path, DWORD access, DWORD share, 
     // A device interface path handed out by SetupAPI.
     if (machine != nullptr) {
       for (size_t i = 0; i < machine->disks.size(); ++i) {
-        if (lowerAscii(path) == lowerAscii(diskInterfacePath(*machine, i))) {
+        if (!machine->disks[i].hidden && lowerAscii(path) == lowerAscii(diskInterfacePath(*machine, i))) {
           auto disk = std::make_shared<DiskObject>();
           disk->disk = i;
           disk->access = access;
