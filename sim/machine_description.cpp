@@ -534,6 +534,7 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
   r.string("name", &machine->name, 256);
   r.keep("controllers");
   r.keep("libraries");
+  r.keep("lsiControllers");
   r.keep("processes");
   const json* privileges = nullptr;
   if (r.array("privileges", &privileges)) {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <map>
 
+#include "sim/lsi_controller.h"
 #include "sim/windows/face_state.h"
 
 namespace sim {
@@ -26,6 +27,7 @@ void Face::reset() {
   handles_.clear();
   volumes_.clear();
   controllers_.clear();
+  installLsiControllers(nullptr, nullptr);
   rebootDeletions_.clear();
   privileges_.clear();
   enabledPrivileges_.clear();
@@ -55,7 +57,8 @@ bool Face::install(std::unique_ptr<Machine> machine, std::string* error) {
     }
   }
   std::string reason;
-  if (!buildVolumes(*this, *machine, &reason) || !buildControllers(*this, *machine, &reason)) {
+  if (!buildVolumes(*this, *machine, &reason) || !buildControllers(*this, *machine, &reason) ||
+      !installLsiControllers(machine.get(), &reason)) {
     if (error) *error = reason;
     reset();
     return false;
