@@ -455,14 +455,16 @@ unsigned lsiProcessLibCommandIR2(void* record) { return serve(2, record); }
 bool installLsiControllers(Machine* machine, std::string* error) {
   State& s = state();
   s = State();
-  registerLibraryFunction("storelib.dll", "ProcessLibCommand", reinterpret_cast<void*>(&lsiProcessLibCommand));
-  registerLibraryFunction("storelibir.dll", "ProcessLibCommandIR", reinterpret_cast<void*>(&lsiProcessLibCommandIR));
-  registerLibraryFunction("storelibir-2.dll", "ProcessLibCommandIR2",
-                          reinterpret_cast<void*>(&lsiProcessLibCommandIR2));
   if (machine == nullptr) return true;
   s.machine = machine;
   const auto it = machine->description.find("lsiControllers");
   if (it == machine->description.end()) return true;
+  // Only a machine with LSI controllers puts the emulation behind the
+  // library names; another may have registered entry points of its own.
+  registerLibraryFunction("storelib.dll", "ProcessLibCommand", reinterpret_cast<void*>(&lsiProcessLibCommand));
+  registerLibraryFunction("storelibir.dll", "ProcessLibCommandIR", reinterpret_cast<void*>(&lsiProcessLibCommandIR));
+  registerLibraryFunction("storelibir-2.dll", "ProcessLibCommandIR2",
+                          reinterpret_cast<void*>(&lsiProcessLibCommandIR2));
   std::string local;
   std::string* err = error != nullptr ? error : &local;
   err->clear();

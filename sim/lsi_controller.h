@@ -24,8 +24,8 @@ enum LsiLibraryResult : unsigned {
   kLsiLinkFailed = 6,         // the drive did not complete the command
 };
 
-// Takes the machine's "lsiControllers" and registers the three entry points
-// with the Windows face. Null forgets the controllers. False, with *error
+// Takes the machine's "lsiControllers" and, when it has that key, registers
+// the three entry points with the Windows face. Null forgets the controllers. False, with *error
 // naming the key and the reason, for a description that is refused.
 bool installLsiControllers(Machine* machine, std::string* error);
 
