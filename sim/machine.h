@@ -40,6 +40,10 @@ struct Disk {
   std::string name;
   uint32_t busType = kBusTypeSata;
   bool removableMedia = false;
+  // Behind a RAID controller: SetupAPI does not list the disk and its
+  // \\.\PhysicalDriveN does not open; only a controller that names it
+  // reaches its devices.
+  bool hidden = false;
   // What IOCTL_STORAGE_QUERY_PROPERTY (StorageDeviceProperty) reports.
   std::string vendorId;
   std::string productId;

@@ -379,6 +379,7 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   }
   disk.busType = busTypes[bus];
   r.boolean("removable", &disk.removableMedia);
+  r.boolean("hidden", &disk.hidden);
   r.keep("partitions");
   r.keep("volumes");
   r.keep("files");
@@ -533,6 +534,7 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
   r.string("name", &machine->name, 256);
   r.keep("controllers");
   r.keep("libraries");
+  r.keep("lsiControllers");
   r.keep("processes");
   const json* privileges = nullptr;
   if (r.array("privileges", &privileges)) {

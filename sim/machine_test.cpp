@@ -28,6 +28,17 @@ std::string rejection(const std::string& text) {
 
 std::string oneDisk(const std::string& diskBody) { return R"({"disks": [)" + diskBody + "]}"; }
 
+TEST(Machine, HiddenMarksADiskBehindAControllerAndMustBeABoolean) {
+  std::string error;
+  auto machine = Machine::fromJsonText(
+      oneDisk(R"({"name": "m0", "kind": "ata", "hidden": true, "profile": {"capacitySectors": 4096}})"), &error);
+  ASSERT_NE(machine, nullptr) << error;
+  EXPECT_TRUE(machine->disks[0].hidden);
+  EXPECT_NE(machine->disks[0].ata, nullptr);
+  EXPECT_EQ(rejection(oneDisk(R"({"name": "m0", "kind": "ata", "hidden": 1, "profile": {"capacitySectors": 4096}})")),
+            "disks[0].hidden: expected true or false");
+}
+
 TEST(Machine, DefaultMachineHasTheSevenDisksOnTheirBuses) {
   auto machine = Machine::defaultMachine();
   ASSERT_NE(machine, nullptr);

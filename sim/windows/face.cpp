@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <map>
 
+#include "sim/lsi_controller.h"
 #include "sim/windows/face_state.h"
 
 namespace sim {
@@ -26,6 +27,7 @@ void Face::reset() {
   handles_.clear();
   volumes_.clear();
   controllers_.clear();
+  installLsiControllers(nullptr, nullptr);
   rebootDeletions_.clear();
   privileges_.clear();
   enabledPrivileges_.clear();
@@ -55,7 +57,8 @@ bool Face::install(std::unique_ptr<Machine> machine, std::string* error) {
     }
   }
   std::string reason;
-  if (!buildVolumes(*this, *machine, &reason) || !buildControllers(*this, *machine, &reason)) {
+  if (!buildVolumes(*this, *machine, &reason) || !buildControllers(*this, *machine, &reason) ||
+      !installLsiControllers(machine.get(), &reason)) {
     if (error) *error = reason;
     reset();
     return false;
@@ -239,7 +242,8 @@ HANDLE openPath(Face& face, const std::string& path, DWORD access, DWORD share, 
   Machine* machine = face.machine();
   if (startsWithNoCase(path, "\\\\.\\PhysicalDrive")) {
     size_t number = 0;
-    if (!parseNumber(path, 17, path.size(), &number) || machine == nullptr || number >= machine->disks.size()) {
+    if (!parseNumber(path, 17, path.size(), &number) || machine == nullptr || number >= machine->disks.size() ||
+        machine->disks[number].hidden) {
       return fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     }
     auto disk = std::make_shared<DiskObject>();
@@ -285,7 +289,7 @@ HANDLE openPath(Face& face, const std::string& path, DWORD access, DWORD share, 
     // A device interface path handed out by SetupAPI.
     if (machine != nullptr) {
       for (size_t i = 0; i < machine->disks.size(); ++i) {
-        if (lowerAscii(path) == lowerAscii(diskInterfacePath(*machine, i))) {
+        if (!machine->disks[i].hidden && lowerAscii(path) == lowerAscii(diskInterfacePath(*machine, i))) {
           auto disk = std::make_shared<DiskObject>();
           disk->disk = i;
           disk->access = access;

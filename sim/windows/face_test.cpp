@@ -47,6 +47,28 @@ TEST_F(DiskFaceTest, PhysicalDriveBeyondTheLastDiskIsNotFound) {
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
+TEST_F(DiskFaceTest, AHiddenDiskIsNeitherListedNorOpenedButKeepsItsNumberGap) {
+  std::vector<Disk> disks = {makeDisk("a", 4096, std::make_shared<FakeAta>(), nullptr),
+                             makeDisk("b", 4096, std::make_shared<FakeAta>(), nullptr),
+                             makeDisk("c", 4096, std::make_shared<FakeAta>(), nullptr)};
+  disks[1].hidden = true;
+  install(std::move(disks));
+  EXPECT_EQ(openDisk(1), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+  HANDLE last = openDisk(2);
+  ASSERT_NE(last, INVALID_HANDLE_VALUE);
+  CloseHandle(last);
+  const GUID diskInterface{0x53F56307, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
+  HDEVINFO set = SetupDiGetClassDevsW(&diskInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+  ASSERT_NE(set, INVALID_HANDLE_VALUE);
+  SP_DEVICE_INTERFACE_DATA data{};
+  data.cbSize = sizeof(data);
+  DWORD listed = 0;
+  while (SetupDiEnumDeviceInterfaces(set, nullptr, &diskInterface, listed, &data)) ++listed;
+  EXPECT_EQ(listed, 2u);
+  SetupDiDestroyDeviceInfoList(set);
+}
+
 TEST_F(DiskFaceTest, AtaPassThroughCarriesTheTaskFileBothWays) {
   auto ata = std::make_shared<FakeAta>();
   install({makeDisk("a", 4096, ata, nullptr)});

@@ -49,6 +49,7 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, LPCWSTR, HWND, DWORD) {
   if (isDiskClass(classGuid) && machine != nullptr) {
     for (size_t i = 0; i < machine->disks.size(); ++i) {
       const sim::Disk& disk = machine->disks[i];
+      if (disk.hidden) continue;  // behind a RAID controller
       std::string name = disk.vendorId.empty() ? disk.productId : disk.vendorId + " " + disk.productId;
       set->devices.emplace_back(diskInterfacePath(*machine, i), name);
     }

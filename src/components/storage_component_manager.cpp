@@ -13,6 +13,8 @@
 #include "protocols/emmc_protocol.h"
 #include "protocols/protocol_functions.h"
 #include "protocols/scsi_protocol.h"
+#include "raid/raid_component.h"
+#include "raid/raid_component_manager.h"
 #include "scanner/win_storage_scanner.h"
 
 namespace {
@@ -236,7 +238,41 @@ uint32_t StorageComponentManager::buildComponent(uint32_t disk, std::unique_ptr<
   return result;
 }
 
-void StorageComponentManager::discoverRaidDrives(std::vector<std::unique_ptr<StorageComponent>>& out) { out.clear(); }
+void StorageComponentManager::discoverRaidDrives(std::vector<std::unique_ptr<StorageComponent>>& out) {
+  out.clear();
+  RaidComponentManager raid(ItemId(0, 0, 0));
+  raid.refresh();
+  for (uint32_t index = 0; index < raid.getComponentCount(); ++index) {
+    auto* controller = dynamic_cast<RaidComponent*>(raid.getComponent(index));
+    if (controller == nullptr) continue;
+    RaidControllerInfo info;
+    if (controller->discover(info) != kStatusOk) continue;
+    std::vector<RaidDrive> drives;
+    if (controller->getLogicalDevices(drives) != kStatusOk) continue;
+    std::string parentName = info.model;
+    if (!info.serial.empty()) parentName += " - " + info.serial;
+    for (RaidDrive& drive : drives) {
+      // The component owns the first protocol from here on; the second one
+      // only describes the drive and goes at the end of this step.
+      auto component = std::make_unique<StorageComponent>(std::unique_ptr<StorageProtocol>(drive.firstProtocol),
+                                                          nullptr);
+      std::unique_ptr<StorageProtocol> second(drive.secondProtocol);
+      component->setLocation(kLocationRaid);
+      component->setId(drive.name);
+      component->setBusKind(drive.busKind);
+      StorageProtocolProperties properties;
+      if (component->getProtocol() == nullptr || component->getProtocol()->getProperties(&properties) != kStatusOk) {
+        continue;
+      }
+      // A SATA drive seen through SCSI translation says "ATA" as its vendor:
+      // its own ATA protocol describes it better.
+      StorageProtocol* describer = properties.vendor == "ATA     " ? second.get() : nullptr;
+      const uint32_t described = component->describe(describer, parentName);
+      second.reset();
+      if (described == kStatusOk) out.push_back(std::move(component));
+    }
+  }
+}
 
 void StorageComponentManager::mergeRaidDrives(std::vector<std::unique_ptr<StorageComponent>>& list) {
   for (std::unique_ptr<StorageComponent>& candidate : list) {
@@ -285,7 +321,20 @@ void StorageComponentManager::clearComponents() {
   components.clear();
 }
 
-bool StorageComponentManager::hasUsableRaidDrive() { return false; }
+bool StorageComponentManager::hasUsableRaidDrive() {
+  RaidComponentManager raid(ItemId(0, 0, 0));
+  raid.refresh();
+  for (uint32_t index = 0; index < raid.getComponentCount(); ++index) {
+    auto* controller = dynamic_cast<RaidComponent*>(raid.getComponent(index));
+    if (controller == nullptr) return false;
+    std::vector<RaidPhysicalDrive> drives;
+    controller->getPhysicalDrives(drives);
+    for (const RaidPhysicalDrive& drive : drives) {
+      if (drive.busKind == kBusAta || drive.busKind == kBusScsi) return true;
+    }
+  }
+  return false;
+}
 
 SystemComponent* StorageComponentManager::getRefreshedComponent(uint32_t index) {
   if (index >= components.size()) return nullptr;

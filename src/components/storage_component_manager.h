@@ -55,7 +55,9 @@ class StorageComponentManager : public SystemComponentManager {
   uint32_t buildComponent(uint32_t disk, std::unique_ptr<StorageProtocol> protocol,
                           std::unique_ptr<StorageComponent>* component, uint32_t location, uint32_t busKind,
                           const std::string& parentName);
-  // The drives behind RAID controllers; none are discovered yet.
+  // The drives behind the RAID controllers, each a component of location 3
+  // described with its controller as parent. Drives whose properties can't
+  // be read are left out.
   void discoverRaidDrives(std::vector<std::unique_ptr<StorageComponent>>& out);
   // Appends each drive of `list` unless a component with the same UDI is in
   // the list already (the direct view of the same drive); `list` is emptied.
@@ -65,7 +67,7 @@ class StorageComponentManager : public SystemComponentManager {
   // Closes each component's handle (not for drives behind a controller,
   // which have none of their own) and destroys the components.
   void clearComponents();
-  // Whether a RAID controller offers an ATA or SCSI drive; none does yet.
+  // Whether a RAID controller lists an ATA or SCSI drive.
   bool hasUsableRaidDrive();
 
   StorageScanner* getScanner() const { return scanner.get(); }

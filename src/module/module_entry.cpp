@@ -5,6 +5,7 @@
 
 #include "module/catalogue.h"
 #include "module_storage/module_storage.h"
+#include "raid/lsi/lsi_sender.h"
 
 namespace {
 
@@ -77,5 +78,9 @@ extern "C" MODULE_STORAGE_EXPORT void ReleaseModuleInterfaceInstance() {
     delete diagnostic;
   }
   delete gInstance;
+  // The LSI libraries go last, in the order standard, IR, IR2.
+  releaseLsiStdSender();
+  releaseLsiIrSender();
+  releaseLsiIr2Sender();
   gInstance = nullptr;
 }
