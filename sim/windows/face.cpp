@@ -9,6 +9,7 @@
 #include <map>
 
 #include "sim/windows/face_state.h"
+#include "sim/windows/wmi_state.h"
 
 namespace sim {
 namespace windows {
@@ -32,6 +33,7 @@ void Face::reset() {
   currentDirectory_ = "C:\\";
   errorMode_ = 0;
   machine_.reset();
+  resetManagement();
 }
 
 bool Face::install(std::unique_ptr<Machine> machine, std::string* error) {
@@ -55,7 +57,8 @@ bool Face::install(std::unique_ptr<Machine> machine, std::string* error) {
     }
   }
   std::string reason;
-  if (!buildVolumes(*this, *machine, &reason) || !buildControllers(*this, *machine, &reason)) {
+  if (!buildVolumes(*this, *machine, &reason) || !buildControllers(*this, *machine, &reason) ||
+      !buildManagement(*this, *machine, &reason)) {
     if (error) *error = reason;
     reset();
     return false;
