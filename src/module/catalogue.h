@@ -17,7 +17,7 @@ struct CatalogueRow {
 // Rows whose classes stand, in catalogue order.
 const std::vector<CatalogueRow>& catalogueRows();
 
-// Each returns null while its class is not part of the module.
+// Each returns null when its allocation fails.
 Resource* createResource(const ItemId& id);
 SystemComponentManager* createComponentManager(const ItemId& id);
 Tool* createRecoverTool(const ItemId& id);

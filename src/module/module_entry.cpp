@@ -11,6 +11,13 @@ namespace {
 // The process-wide instance: a plain pointer, one host thread, no lock.
 ModuleInterface* gInstance = nullptr;
 
+// Tools outlive the release of their catalogue and stay allocated until the
+// process ends; this list, never freed, is where they stay reachable.
+std::vector<Tool*>& outlivingTools() {
+  static auto* tools = new std::vector<Tool*>();
+  return *tools;
+}
+
 constexpr uint16_t kStorageModule = 1;
 constexpr uint16_t kToolModule = 50;
 constexpr uint32_t kQuickDiagnostic = 1;
@@ -34,7 +41,10 @@ ModuleInterface* buildInstance() {
   SystemComponentManager* manager = createComponentManager(ItemId(kStorageModule, 0, 1));
 
   std::vector<Tool*> tools;
-  if (Tool* tool = createRecoverTool(ItemId(kToolModule, 0, 0))) tools.push_back(tool);
+  if (Tool* tool = createRecoverTool(ItemId(kToolModule, 0, 0))) {
+    tools.push_back(tool);
+    outlivingTools().push_back(tool);
+  }
 
   auto* instance = new (std::nothrow) ModuleInterface(diagnostics, resource, manager, nullptr, tools);
   if (instance != nullptr) {

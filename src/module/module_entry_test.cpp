@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "module/catalogue.h"
+#include "tools/recover_bad_sectors.h"
 #include "module_storage/module_storage.h"
 
 namespace {
@@ -57,6 +58,38 @@ TEST_F(ModuleEntry, HasTwoDiagnosticsNoReservedObjectAndNoReservedFlag) {
   EXPECT_FALSE(module->isReservedFlagSet());
   EXPECT_EQ(module->getDiagnostic(2), nullptr);
   EXPECT_EQ(module->getTool(module->getToolCount()), nullptr);
+}
+
+TEST_F(ModuleEntry, GetToolCountIsOneAndTheToolIsRecoverWithItsBackReference) {
+  ModuleInterface* module = GetModuleInterfaceInstance();
+  ASSERT_NE(module, nullptr);
+  EXPECT_EQ(module->getToolCount(), 1u);
+  Tool* tool = module->getTool(0);
+  ASSERT_NE(tool, nullptr);
+  EXPECT_EQ(tool->id, ItemId(50, 0, 0));
+  EXPECT_EQ(tool->getId(), "recover");
+  EXPECT_EQ(tool->getName(), "RECOVER_BAD_SECTORS");
+  auto* recover = dynamic_cast<RecoverBadSectors*>(tool);
+  ASSERT_NE(recover, nullptr);
+  EXPECT_EQ(recover->getModule(), module);
+  EXPECT_EQ(module->getTool(1), nullptr);
+}
+
+TEST_F(ModuleEntry, TheToolOutlivesTheReleaseAndAFreshInstanceBringsAFreshTool) {
+  Tool* first = GetModuleInterfaceInstance()->getTool(0);
+  ASSERT_NE(first, nullptr);
+  ReleaseModuleInterfaceInstance();
+  // Not destroyed by the release: still whole and usable.
+  EXPECT_EQ(first->getId(), "recover");
+  first->setValues("Operation", {"filterDevices"});
+  first->execute();
+  ASSERT_NE(first->getValues("DevicesFilter"), nullptr);
+  EXPECT_TRUE(first->getValues("DevicesFilter")->empty());
+
+  ModuleInterface* second = GetModuleInterfaceInstance();
+  ASSERT_EQ(second->getToolCount(), 1u);
+  EXPECT_NE(second->getTool(0), first);
+  EXPECT_EQ(dynamic_cast<RecoverBadSectors*>(second->getTool(0))->getModule(), second);
 }
 
 TEST_F(ModuleEntry, DiagnosticsAreQuickThenExtended) {
