@@ -263,11 +263,11 @@ bool readValue(const nlohmann::json& value, const std::string& path, WmiValue* o
 bool readObjects(const nlohmann::json& list, std::vector<DescribedObject>* out, std::string* error) {
   for (size_t i = 0; i < list.size(); ++i) {
     const std::string path = "wmi.objects[" + std::to_string(i) + "]";
-    DescriptionReader r(list[i], path, error);
     if (!list[i].is_object()) {
       *error = path + ": expected an object";
       return false;
     }
+    DescriptionReader r(list[i], path, error);
     DescribedObject described;
     std::string nameSpace;
     r.string("namespace", &nameSpace, 256);
@@ -329,12 +329,12 @@ bool buildManagement(Face&, Machine& machine, std::string* error) {
   ManagementState& state = management();
   const auto it = machine.description.find("wmi");
   if (it == machine.description.end()) return true;
-  std::string reason;
-  DescriptionReader r(*it, "wmi", &reason);
   if (!it->is_object()) {
     if (error) *error = "wmi: expected an object";
     return false;
   }
+  std::string reason;
+  DescriptionReader r(*it, "wmi", &reason);
   const nlohmann::json* failures = nullptr;
   std::vector<std::string> failing;
   if (r.array("failures", &failures)) {
