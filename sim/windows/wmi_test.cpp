@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "sim/windows/face_state.h"
 #include "sim/windows/face_test_support.h"
 
 namespace sim {
