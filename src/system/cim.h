@@ -45,7 +45,8 @@ class Cim {
 
   // "SELECT f1, f2 FROM className WHERE whereClause" in `nameSpace`. On
   // success *out holds the rows (null when none matched); on failure *out
-  // keeps its old value. Argument checks come before any platform call.
+  // keeps its old value. Argument checks come before any platform call; a
+  // null `out` is refused like a null field list (25).
   virtual uint32_t queryWhere(char** fields, const char* whereClause, const char* className, int32_t fieldCount,
                               CimResult** out, const char* nameSpace) = 0;
   // The same without a where clause.
