@@ -170,6 +170,15 @@ BOOL readOrWrite(HANDLE handle, bool write, uint8_t* buffer, DWORD length, LPDWO
   const Transfer t = transfer(face, io, write, overlappedHandle, offset, buffer, length);
   if (!overlappedHandle) {
     if (done != nullptr) *done = t.done;
+    if (overlapped != nullptr && !t.immediate) {
+      // A synchronous handle given an OVERLAPPED: the call returns when the
+      // transfer is over, and the OVERLAPPED carries its outcome and has its
+      // event set, as on Windows, so that waiting on it ends at once.
+      overlapped->Internal = t.error;
+      overlapped->InternalHigh = t.done;
+      auto event = face.findAs<EventObject>(overlapped->hEvent, ObjectKind::Event);
+      if (event) event->signaled = true;
+    }
     if (t.error != ERROR_SUCCESS) return fail(t.error, FALSE);
     io.position = offset + t.done;
     return TRUE;

@@ -331,6 +331,34 @@ TEST_F(DiskFaceTest, AnOverlappedReadIsPendingUntilItsEventIsWaitedFor) {
   CloseHandle(disk);
 }
 
+TEST_F(DiskFaceTest, ASynchronousHandleGivenAnOverlappedReadsAtItsOffsetAndSignalsItsEvent) {
+  Machine* machine = install({makeDisk("a", 4096, std::make_shared<FakeAta>(), nullptr)});
+  machine->disks[0].media->setFill(SectorFill::LbaStamp);
+  machine->disks[0].media->markUnreadable(9);
+  HANDLE disk = openDisk(0);
+  OVERLAPPED overlapped{};
+  overlapped.Offset = 5 * 512;
+  overlapped.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  std::vector<uint8_t> buffer(2 * 512);
+  ASSERT_TRUE(ReadFile(disk, buffer.data(), 2 * 512, nullptr, &overlapped));
+  EXPECT_EQ(WaitForSingleObject(overlapped.hEvent, 0), WAIT_OBJECT_0);
+  DWORD read = 0;
+  ASSERT_TRUE(GetOverlappedResult(disk, &overlapped, &read, FALSE));
+  EXPECT_EQ(read, 2u * 512);
+  EXPECT_EQ(buffer[0], 5);
+
+  // A failed read reports its error through the record as well.
+  ResetEvent(overlapped.hEvent);
+  overlapped.Offset = 8 * 512;
+  EXPECT_FALSE(ReadFile(disk, buffer.data(), 2 * 512, nullptr, &overlapped));
+  EXPECT_EQ(GetLastError(), ERROR_CRC);
+  EXPECT_EQ(WaitForSingleObject(overlapped.hEvent, 0), WAIT_OBJECT_0);
+  EXPECT_FALSE(GetOverlappedResult(disk, &overlapped, &read, FALSE));
+  EXPECT_EQ(GetLastError(), ERROR_CRC);
+  CloseHandle(overlapped.hEvent);
+  CloseHandle(disk);
+}
+
 TEST_F(DiskFaceTest, AnOverlappedHandleRefusesARequestWithoutOverlapped) {
   install({makeDisk("a", 4096, std::make_shared<FakeAta>(), nullptr)});
   HANDLE disk = openDisk(0, FILE_FLAG_OVERLAPPED);

@@ -218,6 +218,24 @@ TEST_F(FileFaceTest, OverlappedFileWritesCompleteThroughTheEvent) {
   CloseHandle(file);
 }
 
+TEST_F(FileFaceTest, SynchronousDiskHandleGivenAnOverlappedSetsItsEventAndOutcome) {
+  installVolumes();
+  HANDLE disk = CreateFileA("\\\\.\\PhysicalDrive0", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(disk, INVALID_HANDLE_VALUE);
+  OVERLAPPED overlapped{};
+  overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  std::vector<uint8_t> sector(512);
+  EXPECT_TRUE(ReadFile(disk, sector.data(), 512, nullptr, &overlapped));
+  EXPECT_EQ(sector[510], 0x55) << "the MBR, at the overlapped offset 0";
+  EXPECT_EQ(WaitForSingleObject(overlapped.hEvent, 0), WAIT_OBJECT_0);
+  DWORD n = 0;
+  ASSERT_TRUE(GetOverlappedResult(disk, &overlapped, &n, FALSE));
+  EXPECT_EQ(n, 512u);
+  CloseHandle(overlapped.hEvent);
+  CloseHandle(disk);
+}
+
 TEST_F(FileFaceTest, FindFirstAndNextListADirectoryWithItsDotEntries) {
   installVolumes();
   WIN32_FIND_DATAW data{};

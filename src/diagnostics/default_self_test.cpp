@@ -195,7 +195,7 @@ std::string sasDisk(uint64_t badLba) {
          faults + "}]}";
 }
 
-class DefaultSelfOnSimulatedMachine : public mstest::SimulatedDisks {
+class DefaultSelfOnSimulatedMachine : public mstest::SelfTestDisks {
  protected:
   DefaultSelfTest test{ItemId(1, 1, 7)};
 };

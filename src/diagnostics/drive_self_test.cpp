@@ -214,7 +214,7 @@ TEST_F(DriveSelf, SolidStateDriveWithParametersStillTakesTheCommonCheck) {
 
 // --- Whole runs on the simulated PC ---------------------------------------------------
 
-class DriveSelfOnSimulatedMachine : public mstest::SimulatedDisks {
+class DriveSelfOnSimulatedMachine : public mstest::SelfTestDisks {
  protected:
   QuickDriveSelfTest test{ItemId(1, 1, 6)};
   std::vector<RejectedParameter> rejected;

@@ -86,7 +86,7 @@ TEST_F(ExtendedSelf, TimeLimitIs65535Seconds) {
   EXPECT_EQ(protocol->count(Op::AbortSelfTest), 1u);
 }
 
-class ExtendedSelfOnSimulatedMachine : public mstest::SimulatedDisks {
+class ExtendedSelfOnSimulatedMachine : public mstest::SelfTestDisks {
  protected:
   ExtendedSelfTest test{ItemId(1, 2, 10)};
 };

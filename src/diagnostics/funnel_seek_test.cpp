@@ -520,7 +520,7 @@ TEST_F(FunnelSeek, EachRunStartsWithAnEmptySetOfBadSectors) {
 
 // --- On the simulated PC -----------------------------------------------------
 
-class FunnelSeekOnSimulatedDisks : public mstest::SimulatedDisks {
+class FunnelSeekOnSimulatedDisks : public mstest::SeekDisks {
  protected:
   mstest::ScriptedNumberHandler numbers;
   mstest::RecordingListener listener;

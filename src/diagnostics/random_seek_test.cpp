@@ -332,7 +332,7 @@ TEST_F(RandomSeek, DriveBehindARaidControllerIsReadThroughItsCommandsTwice) {
 
 // --- On the simulated PC -----------------------------------------------------
 
-class RandomSeekOnSimulatedDisks : public mstest::SimulatedDisks {
+class RandomSeekOnSimulatedDisks : public mstest::SeekDisks {
  protected:
   mstest::ScriptedNumberHandler numbers;
   mstest::RecordingListener listener;

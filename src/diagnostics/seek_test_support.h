@@ -116,7 +116,7 @@ class ScriptedNumberHandler : public NumberHandlerImp {
 // A simulated PC with its disks opened as \\.\PhysicalDriveN and wrapped in
 // components as discovery would make them. The machine is taken away and the
 // handles closed at the end of the test.
-class SimulatedDisks : public ::testing::Test {
+class SeekDisks : public ::testing::Test {
  protected:
   void TearDown() override {
     components.clear();

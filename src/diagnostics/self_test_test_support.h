@@ -154,7 +154,7 @@ class SelfTestFixture : public ::testing::Test {
 // The simulated PC with its disks opened through the Win32 seam, and the
 // protocols that discovery would build on them, with the real bridges and
 // senders below.
-class SimulatedDisks : public SimulatedPcTest {
+class SelfTestDisks : public SimulatedPcTest {
  protected:
   // Index of each disk of the built-in machine.
   static constexpr uint32_t kHdd0 = 0;

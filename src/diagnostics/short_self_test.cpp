@@ -149,7 +149,7 @@ TEST(SelfTestCatalogue, SelfTestsStandInTheirPlacesOfBothDiagnostics) {
 
 // --- Whole runs on the simulated PC ---------------------------------------------------
 
-class ShortSelfOnSimulatedMachine : public mstest::SimulatedDisks {
+class ShortSelfOnSimulatedMachine : public mstest::SelfTestDisks {
  protected:
   ShortSelfTest test{ItemId(1, 1, 5)};
 };

@@ -223,11 +223,21 @@ TEST_F(SmartStatus, EachRunStartsFromTheDeviceStateItFinds) {
 }
 
 TEST_F(SmartStatus, IsSupportedOnExternalDeviceIsFalseWithoutAnyEvent) {
+  // A run first binds the recording listener and log, so a probe that spoke
+  // to the bound objects instead of the null ones would show here.
+  ASSERT_EQ(test.run(&context), SUCCESS);
+  listener.events.clear();
+  log.lines.clear();
+  protocol->calls.clear();
   disk.setLocation(kLocationExternal);
   EXPECT_FALSE(test.isSupported(&disk));
   EXPECT_TRUE(listener.events.empty());
   EXPECT_TRUE(log.lines.empty());
   EXPECT_TRUE(protocol->calls.empty());
+  // The same refusal through checkSupported speaks: the silence above is the
+  // null listener's and null log's doing, not a silent check.
+  EXPECT_EQ(test.checkSupported(&disk, &listener, &log), NOT_APPLICABLE);
+  EXPECT_FALSE(listener.events.empty());
 }
 
 TEST_F(SmartStatus, IsSupportedDecidesFromTheCacheAlone) {

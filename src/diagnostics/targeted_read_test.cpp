@@ -700,7 +700,7 @@ TEST_F(TargetedRead, DriveWithSmartAlreadyOnIsLeftOn) {
 
 // --- On the simulated PC -----------------------------------------------------
 
-class TargetedReadOnSimulatedDisks : public mstest::SimulatedDisks {
+class TargetedReadOnSimulatedDisks : public mstest::SeekDisks {
  protected:
   mstest::RecordingListener listener;
   mstest::RecordingLog log;

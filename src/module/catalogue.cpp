@@ -6,6 +6,8 @@
 
 #include "components/storage_component_manager.h"
 #include "diagnostics/default_self.h"
+#include "diagnostics/device_read.h"
+#include "diagnostics/device_write.h"
 #include "diagnostics/drive_self.h"
 #include "diagnostics/extended_self.h"
 #include "diagnostics/funnel_seek.h"
@@ -33,10 +35,12 @@ const std::vector<CatalogueRow>& catalogueRows() {
       {1, 5, &make<ShortSelfTest>},
       {1, 6, &make<QuickDriveSelfTest>},
       {1, 7, &make<DefaultSelfTest>},
+      {1, 11, &make<StorageDeviceReadTest>},
       // extended diagnostic, in its order: 1.2.8, 1.2.9, 1.2.10, 1.2.12
       {2, 8, &make<ExtendedRandomSeekTest>},
       {2, 9, &make<ExtendedFunnelSeekTest>},
       {2, 10, &make<ExtendedSelfTest>},
+      {2, 12, &make<StorageDeviceWriteTest>},
   };
   return rows;
 }

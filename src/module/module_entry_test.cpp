@@ -121,4 +121,39 @@ TEST_F(ModuleEntry, TestNumbersAreGlobalAcrossDiagnostics) {
   EXPECT_EQ(module->getDiagnostic(0)->getTestById(ItemId(1, 1, 99)), nullptr);
 }
 
+TEST_F(ModuleEntry, QuickHoldsEightTestsAndExtendedFourInCatalogueOrder) {
+  ModuleInterface* module = GetModuleInterfaceInstance();
+  Resource* resource = module->getResource();
+  ASSERT_NE(resource, nullptr);
+  struct Row {
+    uint32_t test;
+    const char* name;
+  };
+  const Row quick[] = {{1, "SMART_STATUS_TEST"}, {2, "TARGETED_READ_TEST"}, {3, "RANDOM_SEEK_TEST"},
+                       {4, "FUNNEL_SEEK_TEST"},  {5, "SHORT_SELF_TEST"},    {6, "DRIVE_SELF_TEST"},
+                       {7, "DEFAULT_SELF_TEST"}, {11, "DEVICE_READ_TEST"}};
+  const Row extended[] = {{8, "EXTENDED_RANDOM_SEEK_TEST"},
+                          {9, "EXTENDED_FUNNEL_SEEK_TEST"},
+                          {10, "EXTENDED_SELF_TEST"},
+                          {12, "DEVICE_WRITE_TEST"}};
+  Diagnostic* quickDiagnostic = module->getDiagnostic(0);
+  Diagnostic* extendedDiagnostic = module->getDiagnostic(1);
+  ASSERT_EQ(quickDiagnostic->getTestCount(), 8u);
+  ASSERT_EQ(extendedDiagnostic->getTestCount(), 4u);
+  for (uint32_t i = 0; i < 8; ++i) {
+    ::Test* test = quickDiagnostic->getTest(i);
+    ASSERT_NE(test, nullptr);
+    EXPECT_EQ(test->getItemId(), ItemId(1, 1, quick[i].test));
+    EXPECT_EQ(resource->getTestName(test->getItemId()), quick[i].name);
+  }
+  for (uint32_t i = 0; i < 4; ++i) {
+    ::Test* test = extendedDiagnostic->getTest(i);
+    ASSERT_NE(test, nullptr);
+    EXPECT_EQ(test->getItemId(), ItemId(1, 2, extended[i].test));
+    EXPECT_EQ(resource->getTestName(test->getItemId()), extended[i].name);
+  }
+  EXPECT_EQ(quickDiagnostic->getTestById(ItemId(1, 1, 11)), quickDiagnostic->getTest(7));
+  EXPECT_EQ(quickDiagnostic->getTest(8), nullptr);
+}
+
 }  // namespace

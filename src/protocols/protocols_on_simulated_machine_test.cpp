@@ -290,4 +290,25 @@ TEST_F(SimulatedMachine, SasDiskSmartVerdictFollowsItsFailurePrediction) {
   EXPECT_EQ(healthy, 0);
 }
 
+// The informational-exceptions page is asked for with an allocation length of
+// 0 (the CDB is built before the length is stored, and that stays). A drive
+// that follows SPC answers such a MODE SENSE with no data, so SMART is not
+// seen as supported on a SAS disk and the test does not apply.
+TEST_F(SimulatedMachine, SmartStatusTestDoesNotApplyToASasDiskThatAnswersTheZeroLengthModeSense) {
+  installJson(R"({"disks": [{"name": "sas", "kind": "scsi", "bus": "sas", "profile": {"capacitySectors": 1000}}]})");
+  EXPECT_EQ(runSmartStatus(scsiProtocol<ScsiProtocol>(0), kBusScsi), NOT_APPLICABLE);
+}
+
+// Neither health route of the NVMe translation can give a verdict: REQUEST
+// SENSE brings the 18 bytes of fixed sense where 252 are required, and the
+// zero-length LOG SENSE brings nothing. The query fails, so the test ends
+// NOT_APPLICABLE whether the drive is healthy or not.
+TEST_F(SimulatedMachine, SmartStatusTestOnNvmeEndsNotApplicableAsNeitherHealthRouteAnswers) {
+  installDefault();
+  auto protocol = scsiProtocol<NvmeScsiProtocol>(kNvme0);
+  uint8_t healthy = 7;
+  EXPECT_NE(protocol->getSmartStatus(&healthy), kStatusOk);
+  EXPECT_EQ(runSmartStatus(scsiProtocol<NvmeScsiProtocol>(kNvme0), kBusNvme), NOT_APPLICABLE);
+}
+
 }  // namespace

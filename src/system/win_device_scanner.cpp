@@ -5,6 +5,8 @@
 #include <cstring>
 #include <memory>
 
+#include "system/wide_text.h"
+
 const GUID kDiskInterfaceGuid{0x53F56307, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 const GUID kDiskDriveClassGuid{0x4D36E967, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
 const GUID kStoragePortInterfaceGuid{0x2ACCFE60, 0xC130, 0x11D2, {0xB0, 0x82, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
@@ -17,58 +19,6 @@ WinDeviceScanFilter::WinDeviceScanFilter(const GUID& interfaceGuid, const GUID& 
   std::memcpy(words, &classGuid, sizeof(words));
   std::memcpy(&classGuid_, words, sizeof(words));
 }
-
-namespace {
-
-// UTF-16 to UTF-8 for the paths and names SetupAPI gives.
-std::string narrowText(const WCHAR* text) {
-  std::string out;
-  for (size_t i = 0; text[i] != 0; ++i) {
-    uint32_t c = static_cast<uint32_t>(text[i]);
-    if (c >= 0xD800 && c <= 0xDBFF && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
-      c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<uint32_t>(text[i + 1]) - 0xDC00);
-      ++i;
-    }
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return out;
-}
-
-Win32WideString widenText(const std::string& text) {
-  Win32WideString out;
-  for (size_t i = 0; i < text.size();) {
-    const auto byte = static_cast<uint8_t>(text[i]);
-    uint32_t c = byte;
-    size_t extra = byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : byte >= 0xC0 ? 1 : 0;
-    if (extra > 0) c = byte & (0x3F >> extra);
-    ++i;
-    for (size_t k = 0; k < extra && i < text.size(); ++k, ++i) c = (c << 6) | (static_cast<uint8_t>(text[i]) & 0x3F);
-    if (c >= 0x10000) {
-      c -= 0x10000;
-      out += static_cast<WCHAR>(0xD800 + (c >> 10));
-      out += static_cast<WCHAR>(0xDC00 + (c & 0x3FF));
-    } else {
-      out += static_cast<WCHAR>(c);
-    }
-  }
-  return out;
-}
-
-}  // namespace
 
 uint32_t WinDeviceScanner::scan(DeviceScanFilter* filter, DiskMap& out) {
   out.clear();
@@ -92,13 +42,13 @@ uint32_t WinDeviceScanner::scan(DeviceScanFilter* filter, DiskMap& out) {
     SP_DEVINFO_DATA device{};
     device.cbSize = sizeof(device);
     if (!SetupDiGetDeviceInterfaceDetailW(set, &data, detail, need, nullptr, &device)) continue;
-    const std::string path = narrowText(detail->DevicePath);
+    const std::string path = wideToUtf8(detail->DevicePath);
     WCHAR name[256] = {};
     if (SetupDiGetDeviceRegistryPropertyW(set, &device, SPDRP_FRIENDLYNAME, nullptr, reinterpret_cast<BYTE*>(name),
                                           sizeof(name) - sizeof(WCHAR), nullptr) ||
         SetupDiGetDeviceRegistryPropertyW(set, &device, SPDRP_DEVICEDESC, nullptr, reinterpret_cast<BYTE*>(name),
                                           sizeof(name) - sizeof(WCHAR), nullptr)) {
-      names_[path] = narrowText(name);
+      names_[path] = wideToUtf8(name);
     }
     paths_.push_back(path);
     if (!disks) {
@@ -132,7 +82,7 @@ uint32_t WinDeviceScanner::friendlyName(const std::string& path, std::string* ou
 
 uint32_t WinDeviceScanner::open(const std::string& path, HANDLE* out) {
   if (out == nullptr) return ERROR_INVALID_PARAMETER;
-  const Win32WideString wide = widenText(path);
+  const Win32WideString wide = utf8ToWide(path.c_str());
   *out = CreateFileW(wide.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                      OPEN_EXISTING, 0, nullptr);
   if (*out == INVALID_HANDLE_VALUE) {

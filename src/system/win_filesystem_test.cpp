@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sim/windows/face.h"
+#include "sim/windows/face_state.h"
 #include "sim/windows/face_test_support.h"
 #include "system/wide_text.h"
 
@@ -62,8 +63,16 @@ TEST_F(WinFilesystemTest, TimeOutCancelsTheRequestAndLeavesDoneAlone) {
   faults->plan().hang = true;
   std::vector<uint8_t> sector(512);
   uint64_t done = 777;
+  const uint64_t start = machine->clock().nowMs();
   EXPECT_EQ(filesystem.read(disk, 0, 512, &done, 5, sector.data()), 1u);
   EXPECT_EQ(done, 777u);
+  // The wait lasted the five seconds asked for, on the virtual clock.
+  EXPECT_EQ(machine->clock().nowMs() - start, 5000u);
+  // The request no longer stands on the handle: it was cancelled, not left
+  // pending with a pointer to the caller's finished OVERLAPPED record.
+  auto object = std::dynamic_pointer_cast<sim::windows::IoObject>(sim::windows::Face::instance().find(disk));
+  ASSERT_NE(object, nullptr);
+  EXPECT_TRUE(object->pending.empty());
   CloseHandle(disk);
 }
 

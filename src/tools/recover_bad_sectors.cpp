@@ -49,6 +49,8 @@ void RecoverBadSectors::replaceOperation(const std::string& word,
   if (it != operations.end() && operation != nullptr) it->second = std::move(operation);
 }
 
+const char RecoverBadSectors::kUnknownOperationKey[] = "UNKNOWN_OPERATION";
+
 void RecoverBadSectors::fire(const std::string& eventName) { fireToolEvent(this, listener, eventName); }
 
 void RecoverBadSectors::execute() {
@@ -63,8 +65,10 @@ void RecoverBadSectors::execute() {
 
   auto chosen = operations.find(operationName);
   if (chosen == operations.end() || chosen->second == nullptr) {
-    throw std::invalid_argument("the tool's Operation names no operation: \"" + operationName +
-                                "\" (expected filterDevices, filesystem, scan or repair)");
+    // A host that names no operation gets the reason in the call record, not
+    // an exception across the module's boundary: nothing runs, nothing fires.
+    setValues("Message", {kUnknownOperationKey, operationName});
+    return;
   }
   currentOperation = chosen->second.get();
   scratchValues.clear();

@@ -19,6 +19,10 @@ class StorageComponent;
 
 class RecoverBadSectors : public Tool {
  public:
+  // What "Message" holds, followed by the word, when "Operation" names none
+  // of filterDevices, filesystem, scan and repair.
+  static const char kUnknownOperationKey[];
+
   // Builds the log and the three operations, each with this tool as owner.
   explicit RecoverBadSectors(const ItemId& itemId);
   ~RecoverBadSectors() override;
