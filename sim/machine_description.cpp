@@ -536,6 +536,7 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
   r.keep("libraries");
   r.keep("lsiControllers");
   r.keep("processes");
+  r.keep("wmi");
   const json* privileges = nullptr;
   if (r.array("privileges", &privileges)) {
     // The names the process token holds, for the Windows face; [] is a token

@@ -1,6 +1,7 @@
 // The code-page conversions of the simulated Windows. Only UTF-8 (65001) is
-// known; a bad sequence becomes U+FFFD unless the caller asked for an error,
-// as Windows does from Vista on.
+// known, and it is also the OEM code page (CP_OEMCP), as on a Windows set to
+// use UTF-8 for the console; a bad sequence becomes U+FFFD unless the caller
+// asked for an error, as Windows does from Vista on.
 #include <string>
 
 #include "win32/win32.h"
@@ -113,7 +114,7 @@ int fail(DWORD error) {
 
 int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideCount, char* narrow, int narrowSize,
                         const char* defaultChar, BOOL* usedDefaultChar) {
-  if (codePage != CP_UTF8 || defaultChar != nullptr || usedDefaultChar != nullptr) {
+  if ((codePage != CP_UTF8 && codePage != CP_OEMCP) || defaultChar != nullptr || usedDefaultChar != nullptr) {
     return fail(ERROR_INVALID_PARAMETER);
   }
   if ((flags & ~WC_ERR_INVALID_CHARS) != 0) return fail(ERROR_INVALID_FLAGS);
@@ -136,7 +137,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideC
 }
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, const char* narrow, int narrowCount, WCHAR* wide, int wideSize) {
-  if (codePage != CP_UTF8) return fail(ERROR_INVALID_PARAMETER);
+  if (codePage != CP_UTF8 && codePage != CP_OEMCP) return fail(ERROR_INVALID_PARAMETER);
   if ((flags & ~MB_ERR_INVALID_CHARS) != 0) return fail(ERROR_INVALID_FLAGS);
   if (narrow == nullptr || narrowCount == 0 || narrowCount < -1 || wideSize < 0 ||
       (wide == nullptr && wideSize != 0)) {

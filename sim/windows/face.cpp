@@ -10,6 +10,7 @@
 
 #include "sim/lsi_controller.h"
 #include "sim/windows/face_state.h"
+#include "sim/windows/wmi_state.h"
 
 namespace sim {
 namespace windows {
@@ -34,6 +35,7 @@ void Face::reset() {
   currentDirectory_ = "C:\\";
   errorMode_ = 0;
   machine_.reset();
+  resetManagement();
 }
 
 bool Face::install(std::unique_ptr<Machine> machine, std::string* error) {
@@ -58,7 +60,7 @@ bool Face::install(std::unique_ptr<Machine> machine, std::string* error) {
   }
   std::string reason;
   if (!buildVolumes(*this, *machine, &reason) || !buildControllers(*this, *machine, &reason) ||
-      !installLsiControllers(machine.get(), &reason)) {
+      !installLsiControllers(machine.get(), &reason) || !buildManagement(*this, *machine, &reason)) {
     if (error) *error = reason;
     reset();
     return false;

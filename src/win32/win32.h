@@ -18,3 +18,4 @@
 using Win32WideString = std::basic_string<WCHAR>;
 
 #include "win32/win32_layout_check.h"
+#include "win32/win32_com_layout_check.h"

@@ -4,8 +4,9 @@
 // (sim/windows/); this header only declares them.
 //
 // Records of the storage stack are in win32_storage_types.h, SetupAPI in
-// win32_setupapi_types.h. Every layout is checked in win32_layout_check.h,
-// which the Windows build compiles against the platform's own headers.
+// win32_setupapi_types.h, COM and WMI in win32_com_types.h. Every layout is
+// checked in win32_layout_check.h, which the Windows build compiles against
+// the platform's own headers.
 #pragma once
 
 #include <cstddef>
@@ -319,6 +320,7 @@ constexpr DWORD STILL_ACTIVE = 259;
 constexpr DWORD STARTF_USESTDHANDLES = 0x100;
 constexpr DWORD NORMAL_PRIORITY_CLASS = 0x20;
 constexpr DWORD CREATE_NO_WINDOW = 0x08000000u;
+constexpr UINT SW_HIDE = 0;
 
 constexpr DWORD TOKEN_QUERY = 0x0008;
 constexpr DWORD TOKEN_ADJUST_PRIVILEGES = 0x0020;
@@ -445,3 +447,4 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideLength
 
 #include "win32/win32_storage_types.h"
 #include "win32/win32_setupapi_types.h"
+#include "win32/win32_com_types.h"

@@ -12,6 +12,10 @@
 #include <ntddscsi.h>
 #include <setupapi.h>
 #include <shlobj.h>
+// COM, OLE automation and the management instrumentation (WMI).
+#include <objbase.h>
+#include <oleauto.h>
+#include <wbemidl.h>
 
 // Documented flags that older SDK headers lack.
 #ifndef ATA_FLAGS_NO_MULTIPLE
