@@ -154,26 +154,26 @@ WmiClass diskDriveClass(Face& face) {
 }
 
 // A typed value of the description: {"vt": "UI2", "value": 513}.
-bool readTypedValue(const nlohmann::json& spec, const std::string& path, WmiValue* out, std::string* error) {
+bool readTypedValue(const nlohmann::json& described, const std::string& path, WmiValue* out, std::string* error) {
   auto reject = [&](const std::string& where, const std::string& reason) {
     *error = where + ": " + reason;
     return false;
   };
-  if (!spec.contains("vt") || !spec["vt"].is_string()) {
+  if (!described.contains("vt") || !described["vt"].is_string()) {
     return reject(path + ".vt", "expected one of \"I4\", \"BSTR\", \"I1\", \"UI1\", \"UI2\", \"BOOL\", \"R8\", "
                                 "\"UI1[]\", \"BSTR[]\", \"NULL\"");
   }
-  for (const auto& item : spec.items()) {
+  for (const auto& item : described.items()) {
     if (item.key() != "vt" && item.key() != "value") return reject(path + "." + item.key(), "unknown key");
   }
-  const std::string vt = upperAscii(spec["vt"].get<std::string>());
+  const std::string vt = upperAscii(described["vt"].get<std::string>());
   const std::string valuePath = path + ".value";
   if (vt == "NULL") {
     out->kind = WmiValue::Kind::Null;
     return true;
   }
-  if (!spec.contains("value")) return reject(valuePath, "missing");
-  const nlohmann::json& value = spec["value"];
+  if (!described.contains("value")) return reject(valuePath, "missing");
+  const nlohmann::json& value = described["value"];
   struct Range {
     const char* name;
     WmiValue::Kind kind;
@@ -230,7 +230,7 @@ bool readTypedValue(const nlohmann::json& spec, const std::string& path, WmiValu
     }
     return true;
   }
-  return reject(path + ".vt", "unknown variant type \"" + spec["vt"].get<std::string>() + "\"");
+  return reject(path + ".vt", "unknown variant type \"" + described["vt"].get<std::string>() + "\"");
 }
 
 bool readValue(const nlohmann::json& value, const std::string& path, WmiValue* out, std::string* error) {
