@@ -109,7 +109,7 @@ uint32_t getU32(const uint8_t* at) { return getU16(at) | (static_cast<uint32_t>(
 
 void putText(uint8_t* at, size_t room, const std::string& text, char pad) {
   std::memset(at, pad, room);
-  std::memcpy(at, text.data(), std::min(room, text.size()));
+  std::copy_n(text.begin(), std::min(room, text.size()), at);
 }
 
 bool readController(const nlohmann::json& j, const std::string& path, std::string* error, LsiController* out) {
@@ -293,7 +293,7 @@ unsigned sspPassThrough(const LsiController& c, Record& record, uint8_t* b) {
   if (response.completion != Completion::Done) return kLsiLinkFailed;
   b[10] = response.status;
   std::memset(b + 28, 0, 32);
-  std::memcpy(b + 28, response.sense.data(), std::min<size_t>(response.sense.size(), 32));
+  std::copy_n(response.sense.begin(), std::min<size_t>(response.sense.size(), 32), b + 28);
   putU32(b + 60, response.transferred);
   // The library leaves the bytes moved in the record.
   record.dataLength = response.transferred;
