@@ -113,17 +113,10 @@ constexpr char kVersionNotReported[] = "VERSION_NOT_REPORTED";
 AtaProtocol::AtaProtocol() = default;
 AtaProtocol::~AtaProtocol() = default;
 
-HANDLE AtaProtocol::getHandle() {
-  if (transports.empty()) return nullptr;
-  return transports.front()->getHandle();
-}
+HANDLE AtaProtocol::getHandle() { return firstTransportHandle(transports); }
 
 bool AtaProtocol::addTransport(std::shared_ptr<AtaBridge> transport) {
-  for (const auto& present : transports) {
-    if (present.get() == transport.get()) return false;
-  }
-  transports.push_back(std::move(transport));
-  return true;
+  return addTransportOnce(transports, std::move(transport));
 }
 
 uint32_t AtaProtocol::sendCommand(AtaCmd& cmd) {
@@ -135,10 +128,7 @@ uint32_t AtaProtocol::sendCommand(AtaCmd& cmd) {
   for (auto it = transports.begin(); it != transports.end(); ++it) {
     result = (*it)->send(cmd);
     if (result == kStatusOk) {
-      if (it != transports.begin()) {
-        transports.push_front(*it);
-        transports.erase(it);
-      }
+      promoteTransport(transports, it);
       return kStatusOk;
     }
     // 89 from the last transport: the record holds the device's registers

@@ -13,6 +13,7 @@
 #include "commands/ata/ata_cmd.h"
 #include "commands/bridges/ata_bridge.h"
 #include "protocols/storage_protocol.h"
+#include "protocols/transport_list.h"
 
 // One attribute of the SMART data, with its warranty threshold.
 struct SmartAttribute {
@@ -83,7 +84,7 @@ class AtaProtocol : public StorageProtocol {
   uint32_t readSmartLog(uint8_t logAddress, uint16_t pageCount, void* buffer, uint16_t* pagesRead);
 
   // The transports in their current order.
-  const std::list<std::shared_ptr<AtaBridge>>& getTransports() const { return transports; }
+  const TransportList<AtaBridge>& getTransports() const { return transports; }
 
  private:
   // Reads the identify block's fields into the cache.
@@ -96,6 +97,6 @@ class AtaProtocol : public StorageProtocol {
   uint32_t readFailingLbaFromExtLog(uint16_t pages, uint64_t* lba);
   uint32_t readFailingLbaFromSmartLog(uint64_t* lba);
 
-  std::list<std::shared_ptr<AtaBridge>> transports;
+  TransportList<AtaBridge> transports;
   std::map<uint8_t, uint16_t> logPageCounts;
 };

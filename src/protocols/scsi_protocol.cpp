@@ -88,17 +88,10 @@ ScsiProtocol::ScsiProtocol() {
 
 ScsiProtocol::~ScsiProtocol() = default;
 
-HANDLE ScsiProtocol::getHandle() {
-  if (transports.empty()) return nullptr;
-  return transports.front()->getHandle();
-}
+HANDLE ScsiProtocol::getHandle() { return firstTransportHandle(transports); }
 
 bool ScsiProtocol::addTransport(std::shared_ptr<ScsiBridge> transport) {
-  for (const auto& present : transports) {
-    if (present.get() == transport.get()) return false;
-  }
-  transports.push_back(std::move(transport));
-  return true;
+  return addTransportOnce(transports, std::move(transport));
 }
 
 uint32_t ScsiProtocol::sendCommand(ScsiCmd& cmd) {
@@ -107,10 +100,7 @@ uint32_t ScsiProtocol::sendCommand(ScsiCmd& cmd) {
   for (auto it = transports.begin(); it != transports.end(); ++it) {
     result = (*it)->send(cmd);
     if (result == kStatusOk) {
-      if (it != transports.begin()) {
-        transports.push_front(*it);
-        transports.erase(it);
-      }
+      promoteTransport(transports, it);
       return kStatusOk;
     }
   }

@@ -12,6 +12,7 @@
 #include "commands/bridges/scsi_bridge.h"
 #include "commands/scsi/scsi_cmd.h"
 #include "protocols/storage_protocol.h"
+#include "protocols/transport_list.h"
 
 class ScsiProtocol : public StorageProtocol {
  public:
@@ -67,7 +68,7 @@ class ScsiProtocol : public StorageProtocol {
   // The SCSI status byte of the last accepted startSelfTest.
   uint8_t getLastSelfTestScsiStatus() const { return lastSelfTestScsiStatus; }
 
-  const std::list<std::shared_ptr<ScsiBridge>>& getTransports() const { return transports; }
+  const TransportList<ScsiBridge>& getTransports() const { return transports; }
 
  protected:
   // The SMART verdict routes. readSenseHealth: REQUEST SENSE of 252 bytes,
@@ -97,7 +98,7 @@ class ScsiProtocol : public StorageProtocol {
   // a record, remembering the bytes first if nothing was saved yet.
   void editIecRecord(uint8_t* record, size_t mrieAt, size_t flagsAt, bool enable);
 
-  std::list<std::shared_ptr<ScsiBridge>> transports;
+  TransportList<ScsiBridge> transports;
   uint8_t savedMrie = 0;
   uint8_t savedExceptionFlags = 0;
   uint8_t lastSelfTestScsiStatus = 0;
