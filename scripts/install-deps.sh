@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake ninja-build make pkg-config binutils
+  g++ cmake ninja-build make pkg-config binutils ccache
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev nlohmann-json3-dev
   g++-mingw-w64-x86-64

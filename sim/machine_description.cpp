@@ -537,6 +537,17 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
   r.keep("lsiControllers");
   r.keep("processes");
   r.keep("wmi");
+  const json* clock = nullptr;
+  if (r.object("clock", &clock)) {
+    DescriptionReader c(*clock, r.pathOf("clock"), err);
+    uint64_t cost = VirtualClock::kDefaultTickReadCostMs;
+    // 0 would freeze a loop paced by the timer; a minute per read is as coarse
+    // as any loop of the module can bear.
+    if (c.unsignedInt("tickReadCostMs", &cost, 60000) && cost == 0) {
+      c.fail(c.pathOf("tickReadCostMs"), "must be at least 1: time must pass while a program reads the clock");
+    }
+    if (c.finish()) machine->clock().setTickReadCostMs(static_cast<uint32_t>(cost));
+  }
   const json* privileges = nullptr;
   if (r.array("privileges", &privileges)) {
     // The names the process token holds, for the Windows face; [] is a token

@@ -168,6 +168,19 @@ TEST(Machine, LoadTakesDefaultJsonTextOrAFile) {
   EXPECT_NE(error.find("/nonexistent/machine.json"), std::string::npos);
 }
 
+TEST(MachineDescription, ClockTakesTheCostOfATickReadOrOneMillisecond) {
+  auto plain = Machine::fromJsonText(R"({"disks": []})", nullptr);
+  ASSERT_NE(plain, nullptr);
+  EXPECT_EQ(plain->clock().tickReadCostMs(), 1u);
+  auto coarse = Machine::fromJsonText(R"({"clock": {"tickReadCostMs": 20}, "disks": []})", nullptr);
+  ASSERT_NE(coarse, nullptr);
+  EXPECT_EQ(coarse->clock().tickReadCostMs(), 20u);
+  EXPECT_EQ(rejection(R"({"clock": {"tickReadCostMs": 0}})"),
+            "clock.tickReadCostMs: must be at least 1: time must pass while a program reads the clock");
+  EXPECT_EQ(rejection(R"({"clock": {"tickReadCostMs": 60001}})"), "clock.tickReadCostMs: must be at most 60000");
+  EXPECT_EQ(rejection(R"({"clock": {"rate": 2}})"), "clock.rate: unknown key");
+}
+
 TEST(MachineDescription, RejectsAWrongTypeNamingTheField) {
   const std::string text = R"({"disks": [
       {"name": "a", "kind": "emmc", "profile": {"capacitySectors": 10}},

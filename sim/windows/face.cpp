@@ -390,7 +390,10 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID 
   }
 }
 
-DWORD GetTickCount() { return static_cast<DWORD>(Face::instance().nowMs()); }
+DWORD GetTickCount() {
+  sim::Machine* machine = Face::instance().machine();
+  return machine ? static_cast<DWORD>(machine->clock().readTicks()) : 0;
+}
 
 void Sleep(DWORD milliseconds) {
   Face& face = Face::instance();
