@@ -5,6 +5,7 @@
 // volumes.cpp, files in files.cpp.
 #include "sim/windows/face.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 
@@ -17,6 +18,20 @@ namespace windows {
 
 namespace {
 thread_local DWORD gLastError = ERROR_SUCCESS;
+
+// The journal file of a machine loaded from the environment, written when the
+// process ends (see face.h).
+std::string& journalPath() {
+  static std::string path;
+  return path;
+}
+
+void writeJournalAtExit() {
+  Machine* machine = Face::instance().installedOnly();
+  if (machine == nullptr || journalPath().empty()) return;
+  std::string error;
+  if (!machine->journal().writeText(journalPath(), &error)) std::fprintf(stderr, "simulated PC: %s\n", error.c_str());
+}
 }  // namespace
 
 Face& Face::instance() {
@@ -82,7 +97,16 @@ Machine* Face::machine() {
       std::string error;
       auto loaded = Machine::load(named, &error);
       // A description that can't be loaded leaves the PC without disks.
-      if (loaded) install(std::move(loaded), &error);
+      if (loaded && install(std::move(loaded), &error)) {
+        const char* journal = std::getenv("MODULE_STORAGE_JOURNAL");
+        if (journal != nullptr && *journal != '\0' && journalPath().empty()) {
+          // The partition tables written at install are the machine's own
+          // making: the file holds what the program did from here on.
+          machine_->journal().clear();
+          journalPath() = journal;
+          std::atexit(writeJournalAtExit);
+        }
+      }
     }
   }
   return machine_.get();
