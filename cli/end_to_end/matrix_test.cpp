@@ -98,8 +98,14 @@ std::string joinedWords(const std::string& cell) {
   return text;
 }
 
-// "--quick=short-self-test 0" and the like, cut into arguments.
-std::vector<std::string> argumentsOf(const std::string& cell) { return testing_support::words(cell); }
+// "--quick=short-self-test,targeted-read 0" and the like, cut at blanks into
+// arguments (a comma belongs to its test list).
+std::vector<std::string> argumentsOf(const std::string& cell) {
+  std::vector<std::string> arguments;
+  std::istringstream in(cell);
+  for (std::string argument; in >> argument;) arguments.push_back(argument);
+  return arguments;
+}
 
 std::string rowName(const TableRow& row, std::initializer_list<const char*> columns) {
   std::string name;
@@ -186,6 +192,11 @@ struct TestCase {
   const char* table;
   TableRow row;
 };
+
+// gtest names a failing case by this, not by its bytes.
+void PrintTo(const TestCase& testCase, std::ostream* out) {
+  *out << "EXPECTED-RESULTS.md line " << testCase.row.line;
+}
 
 std::vector<TestCase> testCases() {
   std::vector<TestCase> cases;
@@ -302,6 +313,10 @@ struct ToolCase {
   const char* table;
   TableRow row;
 };
+
+void PrintTo(const ToolCase& toolCase, std::ostream* out) {
+  *out << "EXPECTED-RESULTS.md line " << toolCase.row.line;
+}
 
 std::vector<ToolCase> toolCases() {
   std::vector<ToolCase> cases;
@@ -437,6 +452,32 @@ TEST(ExpectedResultsDocument, CoversEveryTestOnEveryDiskOfTheDefaultMachineAndEv
   std::set<std::string> operations;
   for (const TableRow& row : rowsOf(kToolOnTheDefaultMachine)) operations.insert(row.cell("Operation"));
   EXPECT_EQ(operations, (std::set<std::string>{"filterDevices", "scan", "repair", "filesystem"}));
+}
+
+// The watchdog and the Ctrl-C of the runner, on a shell instead of hwc_cli.
+TEST(ProcessRunner, KillsAProcessThatSpinsPastItsWatchdog) {
+  ProcessOptions options;
+  options.arguments = {"/bin/sh", "-c", "echo spinning; while :; do :; done"};
+  options.watchdogSeconds = 0.3;
+  const ProcessResult run = testing_support::runProcess(options);
+  EXPECT_TRUE(run.started);
+  EXPECT_TRUE(run.timedOut);
+  EXPECT_FALSE(run.exited);
+  EXPECT_EQ(run.out, "spinning\n");
+  EXPECT_NE(run.describe().find("killed by the watchdog"), std::string::npos);
+}
+
+TEST(ProcessRunner, SendsCtrlCOnceTheTextAppearsAndKeepsTheExitStatus) {
+  ProcessOptions options;
+  options.arguments = {"/bin/sh", "-c", "trap 'echo stopped; exit 4' INT; echo started; while :; do :; done"};
+  options.interruptOnOutput = "started";
+  options.watchdogSeconds = 30;
+  const ProcessResult run = testing_support::runProcess(options);
+  EXPECT_TRUE(run.interrupted);
+  EXPECT_FALSE(run.timedOut);
+  ASSERT_TRUE(run.exited) << run.describe();
+  EXPECT_EQ(run.exitStatus, 4);
+  EXPECT_EQ(run.out, "started\nstopped\n");
 }
 
 TEST(ExpectedResultsDocument, ReaderTakesCellsByColumnAndReadsADashAsEmpty) {
