@@ -90,6 +90,9 @@ class Session {
  private:
   // `hint`: point to --help, for a mistake on the command line.
   int fail(int status, const std::string& message, bool hint = true);
+  // Tells the error as fail does and returns `status`, leaving the end of the
+  // session (its document and exit) to the caller.
+  int report(int status, const std::string& message, bool hint = true);
   void warn(const std::string& message);
   int finish(int status);
   FILE* out() const { return stdout; }
@@ -116,12 +119,16 @@ class Session {
 };
 
 int Session::fail(int status, const std::string& message, bool hint) {
+  return finish(report(status, message, hint));
+}
+
+int Session::report(int status, const std::string& message, bool hint) {
   std::fflush(stdout);  // what was said before the error comes before it
   std::fprintf(stderr, "hwc_cli: %s\n", message.c_str());
   if (status == kExitUsage && hint) std::fprintf(stderr, "Try 'hwc_cli --help'.\n");
   document_["errors"].push_back(message);
   if (stream_) stream_->emit("error", {{"message", message}});
-  return finish(status);
+  return status;
 }
 
 void Session::warn(const std::string& message) {
@@ -332,10 +339,10 @@ int Session::runRecover(ModuleInterface& module, SystemComponentManager& manager
         }
       }
       if (!refused.empty()) {
-        return fail(kExitUsage, "repair is not offered on " + refused +
+        return report(kExitUsage, "repair is not offered on " + refused +
                                     ": the tool repairs internal ATA disks only ('--recover filterDevices' lists them)");
       }
-      if (offered.empty()) return fail(kExitNothingRan, "the tool offers none of the chosen disks for repair");
+      if (offered.empty()) return report(kExitNothingRan, "the tool offers none of the chosen disks for repair");
       toolDevices = offered;
     }
     if (int status = confirmRepair(toolDevices)) return status;
@@ -387,7 +394,7 @@ int Session::confirmRepair(const std::vector<ToolDevice>& devices) {
     }
     answeredBy = "terminal";
   } else {
-    return fail(kExitUsage,
+    return report(kExitUsage,
                 "'--recover repair' rewrites sectors on the disks and nobody is at a terminal to confirm it: "
                 "add --answer 1 to say yes beforehand");
   }
@@ -396,7 +403,7 @@ int Session::confirmRepair(const std::vector<ToolDevice>& devices) {
     stream_->emit("question", {{"title", "REPAIR"}, {"text", plan}, {"numberA", 1}, {"numberB", 2},
                                {"answer", answer}, {"answeredBy", answeredBy}});
   }
-  if (answer != 1) return fail(kExitNothingRan, "repair not confirmed: nothing was written");
+  if (answer != 1) return report(kExitNothingRan, "repair not confirmed: nothing was written");
   return 0;
 }
 
