@@ -262,6 +262,7 @@ std::string usageText() {
          "  --json-lines             write each event as one JSON line the moment it happens\n"
          "                           (docs/hwc_cli-json.schema.json describes both forms)\n"
          "  Ctrl-C                   asks the running test to stop; a second Ctrl-C quits\n"
+         "                           (signals within a quarter second count as one press)\n"
          "\n"
          "Examples:\n"
          "  hwc_cli -Mstorage --machine default --list     the disks of the built-in simulated PC\n"
