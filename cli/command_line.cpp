@@ -48,7 +48,8 @@ bool splitTests(const std::string& list, const std::string& argument, Diagnostic
 }
 
 // Options of the front end that take a value, as --name VALUE or --name=VALUE.
-const char* const kValueOptions[] = {"--module", "--machine", "--param", "--answer", "--recover"};
+const char* const kValueOptions[] = {"--module", "--machine", "--param", "--answer", "--recover", "--report",
+                                     "--metrics"};
 
 bool isValueOption(const std::string& name) {
   for (const char* option : kValueOptions) {
@@ -99,6 +100,12 @@ bool applyValueOption(const std::string& name, const std::string& value, const s
       return false;
     }
     line.recoverOperation = value;
+  } else if (name == "--report" || name == "--metrics") {
+    if (value.empty()) {
+      error = "empty file name in '" + argument + "'";
+      return false;
+    }
+    (name == "--report" ? line.reportPath : line.metricsPath) = value;
   }
   return true;
 }
@@ -158,6 +165,10 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
       line.json = true;
       continue;
     }
+    if (arg == "--version") {
+      line.version = true;
+      continue;
+    }
     if (arg.compare(0, 2, "--") == 0) {
       size_t equals = arg.find('=');
       const std::string name = arg.substr(0, equals);
@@ -176,7 +187,7 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
         }
         continue;
       }
-      if (name == "--help" || name == "--list" || name == "--json") {
+      if (name == "--help" || name == "--list" || name == "--json" || name == "--version") {
         error = "option '" + name + "' takes no value, in '" + arg + "'";
         return result;
       }
@@ -244,6 +255,9 @@ std::string usageText() {
          "                           or filterDevices\n"
          "  --json                   write one JSON document with devices, tests, results,\n"
          "                           events and log lines instead of text\n"
+         "  --report FILE.html       also write a report of the session as one HTML page\n"
+         "  --metrics FILE.prom      also write results and health figures for Prometheus\n"
+         "  --version                the version of hwc_cli\n"
          "  Ctrl-C                   asks the running test to stop; a second Ctrl-C quits\n"
          "\n"
          "Exit status: 0 every test that ran passed, 1 a test failed, 2 usage error,\n"

@@ -26,6 +26,7 @@
 #include "progress_display.h"
 #include "report.h"
 #include "selection.h"
+#include "session_outputs.h"
 #include "tool_host.h"
 
 namespace hwc {
@@ -70,6 +71,7 @@ class Session {
   bool json_ = false;
   CommandLine line_;
   nlohmann::json document_;
+  SessionOutputs outputs_;  // --report, --metrics
 };
 
 int Session::fail(int status, const std::string& message) {
@@ -81,6 +83,14 @@ int Session::fail(int status, const std::string& message) {
 }
 
 int Session::finish(int status) {
+  if (outputs_.wanted()) {
+    std::vector<std::string> errors;
+    for (const auto& error : document_["errors"]) errors.push_back(error.get<std::string>());
+    for (const std::string& problem : outputs_.write(status, interruptRequested(), errors)) {
+      std::fprintf(stderr, "hwc_cli: %s\n", problem.c_str());
+      document_["errors"].push_back(problem);
+    }
+  }
   if (json_) {
     document_["exitStatus"] = status;
     std::fprintf(stdout, "%s\n", dumpJson(document_).c_str());
@@ -97,6 +107,17 @@ int Session::run() {
   if (!parsed.ok) return fail(kExitUsage, parsed.error);
   line_ = parsed.line;
   json_ = line_.json;
+  if (line_.version) {
+    if (json_) document_["version"] = versionText();
+    if (!json_) std::fprintf(out(), "%s\n", versionText().c_str());
+    return finish(kExitPassed);
+  }
+  {
+    std::string error;
+    if (!outputs_.prepare(line_.reportPath, line_.metricsPath, args_, line_.machine, error)) {
+      return fail(kExitUsage, error);
+    }
+  }
 
   if (line_.help && !json_) std::fputs(usageText().c_str(), out());
 
@@ -117,6 +138,7 @@ int Session::run() {
   Resource* resource = module->getResource();
   const std::string moduleName = resource != nullptr ? resource->getModuleName() : "";
   document_["module"] = {{"path", path}, {"version", library.versionText()}, {"name", moduleName}};
+  outputs_.setModule(moduleName, library.versionText(), path);
 
   if (line_.help) {
     const std::string help = resource != nullptr ? resource->getHelpText() : "";
@@ -164,6 +186,7 @@ int Session::run() {
     return fail(kExitNothingRan, std::string("the module failed to look for devices: ") + failure.what());
   }
   const uint32_t count = static_cast<uint32_t>(manager->getComponentCount());
+  outputs_.setManager(manager);
 
   nlohmann::json devices = nlohmann::json::array();
   for (uint32_t i = 0; i < count; ++i) {
@@ -175,6 +198,8 @@ int Session::run() {
     document_["catalogue"] = catalogueJson(*module);
     if (!json_) {
       std::fprintf(out(), "Devices: %u\n", count);
+      printDeviceLines(out(), devicesOf(*manager), {});
+      std::fprintf(out(), "Details:\n");
       for (uint32_t i = 0; i < count; ++i) {
         if (SystemComponent* component = manager->getComponent(i)) printDevice(out(), i, *component);
       }
@@ -330,6 +355,7 @@ int Session::runTests(const std::vector<SelectedTest>& tests, const std::vector<
   nlohmann::json results = nlohmann::json::array();
   for (const TestRecord& record : records) results.push_back(recordJson(record));
   document_["results"] = results;
+  outputs_.setRecords(records);
   if (!json_) printSummary(out(), records);
   const int status = exitStatusOf(records, interruptRequested());
   document_["interrupted"] = interruptRequested();
