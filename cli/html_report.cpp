@@ -25,6 +25,9 @@ namespace {
 constexpr size_t kZones = 100;  // one cell of the surface map is 1% of the disk
 constexpr int kMapColumns = 20;
 constexpr int kCell = 26;
+// Used for nothing else on the page, so that a cell with a failed read can be
+// told apart from any other red in a picture of it.
+const std::string kUnreadableFill = "#d50000";
 
 std::string number(uint64_t value) {
   std::string digits = std::to_string(value);
@@ -164,6 +167,7 @@ h3{font-size:15px;margin:16px 0 6px}
 p.meta{color:#444;margin:2px 0}
 table{border-collapse:collapse;margin:4px 0 8px}
 th,td{border:1px solid #ccd;padding:3px 7px;text-align:left;vertical-align:top}
+td.num{white-space:nowrap}
 th{background:#eef0f6}
 td.num{text-align:right;font-variant-numeric:tabular-nums}
 .badge{display:inline-block;padding:1px 7px;border-radius:9px;font-weight:bold;color:#fff;white-space:nowrap}
@@ -316,7 +320,7 @@ void surfaceMap(Page& page, const DeviceFacts& device, const std::vector<const T
     }
     const bool failed = !badInZone[z].empty();
     if (failed) {
-      fill = "#c62828";
+      fill = kUnreadableFill;
       for (const BadSector* sector : badInZone[z]) {
         tip += "; unreadable sector at LBA " + number(sector->lba) + " (" + textOf(sector->testKey) + ")";
       }
@@ -354,7 +358,7 @@ void surfaceMap(Page& page, const DeviceFacts& device, const std::vector<const T
            "\" y=\"" + std::to_string(legendTop + 10) + "\">not timed</text>");
   const int failedX = notTimedX + 100;
   page.raw("<rect x=\"" + std::to_string(failedX) + "\" y=\"" + std::to_string(legendTop) +
-           "\" width=\"12\" height=\"12\" fill=\"#c62828\" stroke=\"#000\"/><path d=\"M" +
+           "\" width=\"12\" height=\"12\" fill=\"" + kUnreadableFill + "\" stroke=\"#000\"/><path d=\"M" +
            std::to_string(failedX + 3) + " " + std::to_string(legendTop + 3) + "L" + std::to_string(failedX + 9) +
            " " + std::to_string(legendTop + 9) + "M" + std::to_string(failedX + 9) + " " +
            std::to_string(legendTop + 3) + "L" + std::to_string(failedX + 3) + " " + std::to_string(legendTop + 9) +
@@ -619,7 +623,10 @@ void deviceSection(Page& page, const DeviceFacts& device, const SessionFacts& se
   page.text("Disk " + std::to_string(device.index) + ": " + describeValue(device.description.name));
   page.raw("</h2>");
   bool reads = false;
-  for (const TestRecord* record : records) reads = reads || readsMedia(record->testKey) || !badSectorsOf(*record).empty();
+  for (const TestRecord* record : records) {
+    reads = reads || (record->outcome == RunOutcome::Ran && readsMedia(record->testKey)) ||
+            !badSectorsOf(*record).empty();
+  }
   page.raw("<div class=\"row\">");
   if (reads) {
     page.raw("<div><h3>Surface map</h3>");

@@ -8,6 +8,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev nlohmann-json3-dev
   g++-mingw-w64-x86-64
+  # hwc_cli's report opened in a real browser, its metrics read by Prometheus' parser
+  chromium python3-prometheus-client
 )
 
 missing=()
