@@ -10,6 +10,8 @@ packages=(
   g++-mingw-w64-x86-64
   # hwc_cli's report opened in a real browser, its metrics read by Prometheus' parser
   chromium python3-prometheus-client
+  # the Debian package (dpkg-shlibdeps) and a check of the manual page
+  dpkg-dev groff-base
 )
 
 missing=()
