@@ -13,6 +13,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "command_line.h"
 #include "module_storage/result_codes.h"
 
 namespace hwc {
@@ -126,6 +127,33 @@ TEST(SessionOutputs, TargetedReadOnDiskZeroIsReportedAndCounted) {
   EXPECT_TRUE(contains(text, "hwc_storage_run_exit_status 1\n")) << text;
   std::remove(report.c_str());
   std::remove(metrics.c_str());
+}
+
+// Every option of the usage text has its entry in the manual page, so that
+// the two cannot drift apart unnoticed.
+TEST(SessionOutputs, ManualPageNamesEveryOptionOfTheUsageText) {
+  const std::string manual = slurp(HWC_CLI_MANUAL_PATH);
+  ASSERT_FALSE(manual.empty()) << HWC_CLI_MANUAL_PATH;
+  EXPECT_EQ(manual.rfind(".\\\"", 0), 0u) << "starts with a comment line";
+  EXPECT_TRUE(contains(manual, ".TH HWC_CLI 1 "));
+  // groff writes a dash in an option as \-.
+  std::istringstream usage(usageText());
+  std::string line;
+  int options = 0;
+  while (std::getline(usage, line)) {
+    const size_t dashes = line.find("  --");
+    if (dashes == std::string::npos) continue;
+    size_t end = line.find_first_of(" ,=", dashes + 4);
+    const std::string option = line.substr(dashes + 2, end - dashes - 2);
+    std::string escaped;
+    for (char c : option) escaped += c == '-' ? std::string("\\-") : std::string(1, c);
+    EXPECT_TRUE(contains(manual, escaped)) << "the manual lacks " << option;
+    ++options;
+  }
+  EXPECT_GE(options, 10) << "the usage text lists the long options";
+  for (int status = 0; status <= 4; ++status) {
+    EXPECT_TRUE(contains(manual, ".B " + std::to_string(status) + "\n")) << "exit status " << status;
+  }
 }
 
 }  // namespace
