@@ -85,7 +85,7 @@ int Session::fail(int status, const std::string& message) {
 int Session::finish(int status) {
   if (outputs_.wanted()) {
     std::vector<std::string> errors;
-    for (const auto& error : document_["errors"]) errors.push_back(error.get<std::string>());
+    for (const auto& error : document_["errors"]) errors.push_back(error.is_string() ? error.get<std::string>() : error.dump());
     for (const std::string& problem : outputs_.write(status, interruptRequested(), errors)) {
       std::fprintf(stderr, "hwc_cli: %s\n", problem.c_str());
       document_["errors"].push_back(problem);
