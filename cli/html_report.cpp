@@ -220,8 +220,12 @@ void deviceOverview(Page& page, const SessionFacts& session) {
     page.raw("\">");
     page.text(healthText(health));
     page.raw("</td><td>");
-    page.text(std::to_string(passed) + " passed, " + std::to_string(failed) + " failed, " + std::to_string(other) +
-              " other");
+    if (passed + failed + other == 0) {
+      page.text("not tested");
+    } else {
+      page.text(std::to_string(passed) + " passed, " + std::to_string(failed) + " failed, " + std::to_string(other) +
+                " other");
+    }
     page.raw("</td></tr>");
   }
   page.raw("</table></section>");
@@ -580,7 +584,7 @@ void messagesTable(Page& page, const std::vector<const TestRecord*>& records) {
 void smartPanel(Page& page, const DeviceFacts& device, const std::vector<const TestRecord*>& records) {
   const TestRecord* status = nullptr;
   for (const TestRecord* record : records) {
-    if (isSmartStatus(record->testKey)) status = record;
+    if (isSmartStatus(record->testKey) && record->outcome == RunOutcome::Ran) status = record;
   }
   if (status == nullptr) return;
   page.raw("<h3>SMART</h3><div class=\"smart\">");
@@ -642,7 +646,9 @@ void deviceSection(Page& page, const DeviceFacts& device, const SessionFacts& se
   page.raw("</div></div>");
 
   std::vector<const TestRecord*> seeks, selfTests;
+  // Pictures only of runs; a test that did not run is in the results table.
   for (const TestRecord* record : records) {
+    if (record->outcome != RunOutcome::Ran) continue;
     if (isFunnelSeek(record->testKey) || isRandomSeek(record->testKey)) seeks.push_back(record);
     if (isSelfTest(record->testKey)) selfTests.push_back(record);
   }

@@ -132,6 +132,19 @@ TEST(HtmlReport, BadSectorBeyondTheReportedSizeIsListedNotPlaced) {
   EXPECT_TRUE(contains(page, "beyond the size the disk reports"));
 }
 
+TEST(HtmlReport, PicturesAreOnlyOfTestsThatRan) {
+  SessionFacts facts = session();
+  for (TestRecord& record : facts.records) {
+    if (record.testKey != "TARGETED_READ_TEST") record.outcome = RunOutcome::NotSupported;
+  }
+  const std::string page = htmlReport(facts);
+  EXPECT_FALSE(contains(page, "Seek tests: time distribution"));
+  EXPECT_FALSE(contains(page, "Self-test log"));
+  EXPECT_FALSE(contains(page, "<h3>SMART</h3>"));
+  EXPECT_TRUE(contains(page, "id=\"surface-map-0\"")) << "the failed targeted read still has its map";
+  EXPECT_TRUE(contains(page, "No funnel seek test ran on this disk, so no cell is timed."));
+}
+
 TEST(HtmlReport, ListOnlySessionDescribesEveryDisk) {
   SessionFacts facts = session();
   facts.records.clear();
@@ -140,6 +153,7 @@ TEST(HtmlReport, ListOnlySessionDescribesEveryDisk) {
   EXPECT_TRUE(contains(page, "id=\"disk-0\""));
   EXPECT_TRUE(contains(page, "id=\"disk-1\""));
   EXPECT_TRUE(contains(page, "No test was run on this disk."));
+  EXPECT_TRUE(contains(page, "<td>not tested</td>"));
 }
 
 TEST(HtmlReport, FileIsReplacedWholeOrNotAtAll) {
