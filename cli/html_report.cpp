@@ -551,7 +551,21 @@ void selfTestTimeline(Page& page, const TestRecord& record) {
   }
   page.raw("<figcaption>");
   page.text(plainVerdict(record));
-  page.raw("</figcaption></figure>");
+  page.raw("</figcaption>");
+  // What the self test said on the way, with the percentage it had reached.
+  std::vector<std::string> lines;
+  uint32_t percent = 0;
+  for (const ProgressRecord& event : record.events) {
+    percent = std::min<uint32_t>(event.percent, 100);
+    if (!event.key.empty()) lines.push_back(std::to_string(percent) + "%: " + describeMessage(event.key));
+  }
+  for (const LogRecord& line : record.log) lines.push_back(levelText(line.level) + ": " + describeMessage(line.message));
+  if (!lines.empty()) {
+    page.raw("<ul class=\"self-test-log\">");
+    for (const std::string& line : lines) page.element("li", line);
+    page.raw("</ul>");
+  }
+  page.raw("</figure>");
 }
 
 void messagesTable(Page& page, const std::vector<const TestRecord*>& records) {

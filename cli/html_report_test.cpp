@@ -62,7 +62,8 @@ SessionFacts session() {
   facts.records = {record(0, "SMART_STATUS_TEST", RunOutcome::Ran, SUCCESS), targeted, funnel,
                    record(0, "SHORT_SELF_TEST", RunOutcome::Ran, SUCCESS),
                    record(1, "DEVICE_READ_TEST", RunOutcome::NotSupported, 0)};
-  facts.records[3].events = {{0, "", 1000}, {50, "", 1500}, {100, "", 2000}};
+  facts.records[3].events = {{0, "", 1000}, {50, "", 1500}, {100, "READ_ERROR_DETECTED", 2000}};
+  facts.records[3].log = {{"READ_ERROR_DETECTED", 2}};
   return facts;
 }
 
@@ -94,6 +95,8 @@ TEST(HtmlReport, GivesEveryVerdictInWords) {
   EXPECT_TRUE(contains(page, "The Device Read Test does not apply to this disk, so it was not run."));
   EXPECT_TRUE(contains(page, "No attribute is at or below its failure threshold"));
   EXPECT_TRUE(contains(page, "Self-test log"));
+  EXPECT_TRUE(contains(page, "<li>100%: A read element of the drive failed</li>"));
+  EXPECT_TRUE(contains(page, "<li>device fault: A read element of the drive failed</li>"));
   EXPECT_TRUE(contains(page, "Seek tests: time distribution"));
   EXPECT_TRUE(contains(page, "a test found a device failing (exit status 1)"));
 }
