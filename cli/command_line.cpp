@@ -48,7 +48,8 @@ bool splitTests(const std::string& list, const std::string& argument, Diagnostic
 }
 
 // Options of the front end that take a value, as --name VALUE or --name=VALUE.
-const char* const kValueOptions[] = {"--module", "--machine", "--param", "--answer", "--recover"};
+const char* const kValueOptions[] = {"--module", "--machine", "--param", "--answer", "--recover", "--report",
+                                     "--metrics"};
 
 bool isValueOption(const std::string& name) {
   for (const char* option : kValueOptions) {
@@ -99,6 +100,12 @@ bool applyValueOption(const std::string& name, const std::string& value, const s
       return false;
     }
     line.recoverOperation = value;
+  } else if (name == "--report" || name == "--metrics") {
+    if (value.empty()) {
+      error = "empty file name in '" + argument + "'";
+      return false;
+    }
+    (name == "--report" ? line.reportPath : line.metricsPath) = value;
   }
   return true;
 }
@@ -170,6 +177,10 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
       line.jsonLines = true;
       continue;
     }
+    if (arg == "--version") {
+      line.version = true;
+      continue;
+    }
     if (arg.compare(0, 2, "--") == 0) {
       size_t equals = arg.find('=');
       const std::string name = arg.substr(0, equals);
@@ -188,7 +199,7 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
         }
         continue;
       }
-      if (name == "--help" || name == "--list" || name == "--json" || name == "--json-lines") {
+      if (name == "--help" || name == "--list" || name == "--json" || name == "--json-lines" || name == "--version") {
         error = "option '" + name + "' takes no value, in '" + arg + "'";
         return result;
       }
@@ -261,6 +272,9 @@ std::string usageText() {
          "                           events and log lines instead of text\n"
          "  --json-lines             write each event as one JSON line the moment it happens\n"
          "                           (docs/hwc_cli-json.schema.json describes both forms)\n"
+         "  --report FILE.html       also write a report of the session as one HTML page\n"
+         "  --metrics FILE.prom      also write results and health figures for Prometheus\n"
+         "  --version                the version of hwc_cli\n"
          "  Ctrl-C                   asks the running test to stop; a second Ctrl-C quits\n"
          "                           (signals within a quarter second count as one press)\n"
          "\n"

@@ -43,6 +43,9 @@ struct CommandLine {
   std::vector<ParameterSetting> parameters;
   std::vector<uint32_t> answers;  // --answer, in order
   std::string recoverOperation;   // --recover; empty when not given
+  bool version = false;           // --version
+  std::string reportPath;         // --report; empty when not given
+  std::string metricsPath;        // --metrics; empty when not given
   std::vector<DiagnosticChoice> diagnostics;
   std::vector<DeviceChoice> devices;
 };

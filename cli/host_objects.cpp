@@ -52,7 +52,7 @@ uint32_t AnswerSource::answer(const InputRequest& request, std::string& answered
 }
 
 void CliListener::onProgress(uint8_t percent, const std::string& messageKey) {
-  if (record_ != nullptr) record_->events.push_back({percent, messageKey});
+  if (record_ != nullptr) record_->events.push_back({percent, messageKey, hostMicroseconds()});
   if (stream_ != nullptr && record_ != nullptr) {
     nlohmann::json fields = recordKeys(*record_);
     fields["percent"] = percent;
@@ -97,6 +97,13 @@ void CliLog::log(std::string message, uint32_t level, void*) {
     stream_->emit("log", fields);
   }
   if (record_ != nullptr) record_->log.push_back({std::move(message), level});
+}
+
+void CliListener::setRecord(TestRecord* record) {
+  const uint64_t now = hostMicroseconds();
+  if (record_ != nullptr && record_ != record) record_->endedUs = now;
+  if (record != nullptr && record != record_) record->beganUs = now;
+  record_ = record;
 }
 
 bool CliRunContext::isAbortRequested() { return interruptRequested(); }

@@ -43,8 +43,8 @@ class CliListener : public TestListener {
   CliListener(ProgressDisplay& display, AnswerSource& answers) : display_(display), answers_(answers) {}
 
   // The record the next events go to; null drops them (the module may only
-  // speak during a run).
-  void setRecord(TestRecord* record) { record_ = record; }
+  // speak during a run). Stamps the run's beginning and end on the record.
+  void setRecord(TestRecord* record);
   // Where each event is also written as it happens (--json-lines); null: nowhere.
   void setStream(EventStream* stream) { stream_ = stream; }
 

@@ -30,6 +30,7 @@
 #include "progress_display.h"
 #include "report.h"
 #include "selection.h"
+#include "session_outputs.h"
 #include "tool_host.h"
 
 namespace hwc {
@@ -116,6 +117,7 @@ class Session {
   std::unique_ptr<EventStream> stream_;
   CommandLine line_;
   nlohmann::json document_;
+  SessionOutputs outputs_;  // --report, --metrics
 };
 
 int Session::fail(int status, const std::string& message, bool hint) {
@@ -139,6 +141,14 @@ void Session::warn(const std::string& message) {
 }
 
 int Session::finish(int status) {
+  if (outputs_.wanted()) {
+    std::vector<std::string> errors;
+    for (const auto& error : document_["errors"]) errors.push_back(error.is_string() ? error.get<std::string>() : error.dump());
+    for (const std::string& problem : outputs_.write(status, interruptRequested(), errors)) {
+      std::fprintf(stderr, "hwc_cli: %s\n", problem.c_str());
+      document_["errors"].push_back(problem);
+    }
+  }
   if (json_) {
     document_["exitStatus"] = status;
     std::fprintf(stdout, "%s\n", dumpJson(document_).c_str());
@@ -182,6 +192,17 @@ int Session::run() {
   json_ = line_.json;
   // A reason left over from a parent process is not this run's.
   clearEnvironment(kMachineErrorVariable);
+  if (line_.version) {
+    if (json_) document_["version"] = versionText();
+    if (!json_) std::fprintf(out(), "%s\n", versionText().c_str());
+    return finish(kExitPassed);
+  }
+  {
+    std::string error;
+    if (!outputs_.prepare(line_.reportPath, line_.metricsPath, args_, line_.machine, error)) {
+      return fail(kExitUsage, error);
+    }
+  }
 
   if (line_.help && !machineOutput()) std::fputs(usageText().c_str(), out());
 
@@ -202,6 +223,7 @@ int Session::run() {
   Resource* resource = module->getResource();
   const std::string moduleName = resource != nullptr ? resource->getModuleName() : "";
   document_["module"] = {{"path", path}, {"version", library.versionText()}, {"name", moduleName}};
+  outputs_.setModule(moduleName, library.versionText(), path);
 
   if (line_.help) {
     const std::string help = resource != nullptr ? resource->getHelpText() : "";
@@ -259,6 +281,7 @@ int Session::run() {
                                         ? " (no machine was named: on the simulated PC the module sees disks only on "
                                           "a machine named by --machine, as in --machine default)"
                                         : "";
+  outputs_.setManager(manager);
 
   nlohmann::json devices = nlohmann::json::array();
   for (uint32_t i = 0; i < count; ++i) {
@@ -272,6 +295,8 @@ int Session::run() {
     if (stream_) stream_->emit("catalogue", {{"catalogue", document_["catalogue"]}});
     if (!machineOutput()) {
       std::fprintf(out(), "Devices: %u\n", count);
+      printDeviceLines(out(), devicesOf(*manager), {});
+      std::fprintf(out(), "Details:\n");
       for (uint32_t i = 0; i < count; ++i) {
         if (SystemComponent* component = manager->getComponent(i)) printDevice(out(), i, *component);
       }
@@ -546,6 +571,7 @@ int Session::runTests(const std::vector<SelectedTest>& tests, const std::vector<
   nlohmann::json results = nlohmann::json::array();
   for (const TestRecord& record : records) results.push_back(recordJson(record));
   document_["results"] = results;
+  outputs_.setRecords(records);
   if (!machineOutput()) printSummary(out(), records);
   const int status = exitStatusOf(records, interruptRequested());
   document_["interrupted"] = interruptRequested();
