@@ -8,6 +8,11 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev nlohmann-json3-dev
   g++-mingw-w64-x86-64
+  python3-jsonschema
+  # hwc_cli's report opened in a real browser, its metrics read by Prometheus' parser
+  chromium python3-prometheus-client
+  # the Debian package (dpkg-shlibdeps) and a check of the manual page
+  dpkg-dev groff-base
 )
 
 missing=()
