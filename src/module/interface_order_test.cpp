@@ -5,7 +5,8 @@
 // declarations, while the module calls the host objects declared here through
 // its own headers (testing/host_view_bridge.cpp). Two operations that trade
 // places in a public header make a call here land on the wrong operation, and
-// the test fails.
+// the test fails: on a wrong answer, or, where the call lands on a destructor
+// (as it did when ToolEventSink declared its destructor first), by dying.
 //
 // The destructor counts as one entry of each table, as a host compiled for
 // the module's platform sees it; on this compiler it takes two slots, which

@@ -144,6 +144,8 @@ TEST(KeyValuePatternsAgainstQRegExp, EachPatternDecidesTheCorpusAsTheOlderSyntax
     }
     EXPECT_EQ(differences, 0u) << "pattern " << index;
   }
+  RecordProperty("strings_compared", static_cast<int>(compared));
+  RecordProperty("strings_matched", static_cast<int>(matched));
   // The corpus holds both kinds of string in quantity.
   EXPECT_GT(matched, compared / 10);
   EXPECT_LT(matched, compared - compared / 10);
