@@ -9,6 +9,7 @@ packages=(
   qt6-base-dev nlohmann-json3-dev
   qt6-5compat-dev
   g++-mingw-w64-x86-64
+  python3-jsonschema
 )
 
 missing=()
