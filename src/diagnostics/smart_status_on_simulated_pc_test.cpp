@@ -1,7 +1,7 @@
 // The SMART status test on SAS and NVMe drives of the simulated PC, as a host
 // runs it from the catalogue: on targets that follow SPC neither health route
-// answers the module's settled commands; on targets with healthQuirks both
-// routes run to a verdict.
+// answers the module's health commands as they are built; on targets with
+// healthQuirks both routes run to a verdict.
 #include <gtest/gtest.h>
 
 #include <string>
