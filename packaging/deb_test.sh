@@ -17,16 +17,17 @@ contents=$(dpkg-deb -c "$deb")
 for path in ./usr/bin/hwc_cli ./usr/lib/libmodule_storage.so ./usr/include/module_storage/module_storage.h \
             ./usr/share/man/man1/hwc_cli.1 ./usr/lib/cmake/module_storage/module_storageConfig.cmake \
             ./usr/lib/cmake/module_storage/module_storageTargets.cmake; do
-  echo "$contents" | grep -q " $path$" || fail "the package lacks $path"
+  grep -q " $path$" <<<"$contents" || fail "the package lacks $path"
 done
 depends=$(dpkg-deb -f "$deb" Depends)
-echo "$depends" | grep -q "libqt6core6" || fail "the package does not depend on QtCore: $depends"
+grep -q "libqt6core6" <<<"$depends" || fail "the package does not depend on QtCore: $depends"
 [ "$(dpkg-deb -f "$deb" Package)" = module-storage ] || fail "package name"
 
 dpkg-deb -x "$deb" "$work/root"
-"$work/root/usr/bin/hwc_cli" --version | grep -q "^hwc_cli " || fail "the packed hwc_cli does not run"
+version=$("$work/root/usr/bin/hwc_cli" --version)
+grep -q "^hwc_cli " <<<"$version" || fail "the packed hwc_cli does not run"
 listing=$(env -u MODULE_STORAGE_MACHINE "$work/root/usr/bin/hwc_cli" -Mstorage --machine default --list) ||
   fail "the packed hwc_cli could not list: $listing"
-echo "$listing" | grep -q "($work/root/usr/lib/libmodule_storage.so)" || fail "the packed hwc_cli loaded another module"
-echo "$listing" | grep -q "^Devices: 7$" || fail "the packed module did not find the simulated PC's disks"
+grep -q "($work/root/usr/lib/libmodule_storage.so)" <<<"$listing" || fail "the packed hwc_cli loaded another module"
+grep -q "^Devices: 7$" <<<"$listing" || fail "the packed module did not find the simulated PC's disks"
 echo "deb test: $(basename "$deb"), $(echo "$contents" | wc -l) entries, Depends: $depends"

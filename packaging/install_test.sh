@@ -44,17 +44,21 @@ grep -q -- "$prefix/include" "$work/host-build/compile_commands.json" 2>/dev/nul
 
 out=$(MODULE_STORAGE_MACHINE=default "$work/host-build/storage_host") || fail "the host failed: $out"
 echo "$out"
-echo "$out" | grep -q "^module 4.13.0.8834$" || fail "the host did not read the module's version"
-echo "$out" | grep -q "^disks 7$" || fail "the host did not find the simulated PC's seven disks"
-echo "$out" | grep -q "^disk 0: WDC WD10EZEX-08WN4A0" || fail "the host did not describe disk 0"
-echo "$out" | grep -q "SMART status: passed (0)" || fail "the host ran no passing SMART status test"
-ldd "$work/host-build/storage_host" | grep -q "$prefix/$libdir/libmodule_storage.so" ||
-  fail "the host is not linked to the installed library: $(ldd "$work/host-build/storage_host")"
+grep -q "^module 4.13.0.8834$" <<<"$out" || fail "the host did not read the module's version"
+grep -q "^disks 7$" <<<"$out" || fail "the host did not find the simulated PC's seven disks"
+grep -q "^disk 0: WDC WD10EZEX-08WN4A0" <<<"$out" || fail "the host did not describe disk 0"
+grep -q "SMART status: passed (0)" <<<"$out" || fail "the host ran no passing SMART status test"
+# Whole outputs are taken first and searched after: under pipefail, grep -q
+# leaving a pipe early would fail the pipeline with the writer's SIGPIPE.
+libraries=$(ldd "$work/host-build/storage_host")
+grep -q "$prefix/$libdir/libmodule_storage.so" <<<"$libraries" ||
+  fail "the host is not linked to the installed library: $libraries"
 
 # The installed hwc_cli finds the installed module without being told.
-"$prefix/bin/hwc_cli" --version | grep -q "^hwc_cli 4.13.0$" || fail "hwc_cli --version"
+version=$("$prefix/bin/hwc_cli" --version)
+grep -q "^hwc_cli 4.13.0$" <<<"$version" || fail "hwc_cli --version"
 listing=$(env -u MODULE_STORAGE_MACHINE "$prefix/bin/hwc_cli" -Mstorage --machine default --list) ||
   fail "the installed hwc_cli could not list: $listing"
-echo "$listing" | grep -q "module STORAGE 4.13.0.8834 ($prefix/$libdir/libmodule_storage.so)" ||
+grep -q "module STORAGE 4.13.0.8834 ($prefix/$libdir/libmodule_storage.so)" <<<"$listing" ||
   fail "the installed hwc_cli did not load the installed module: $(echo "$listing" | head -n1)"
 echo "install test: prefix $prefix holds library, headers, hwc_cli, manual and package config; host and hwc_cli ran"

@@ -7,6 +7,7 @@ packages=(
   g++ cmake ninja-build make pkg-config binutils ccache
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev nlohmann-json3-dev
+  qt6-5compat-dev
   g++-mingw-w64-x86-64
   python3-jsonschema
   # hwc_cli's report opened in a real browser, its metrics read by Prometheus' parser

@@ -342,6 +342,7 @@ void readScsiProfile(const json& j, const std::string& path, std::string* error,
   r.number("mrie", &p->mrie);
   if (p->mrie > 6) r.fail(r.pathOf("mrie"), "must be at most 6");
   r.boolean("writeCacheEnabled", &p->writeCacheEnabled);
+  r.boolean("healthQuirks", &p->healthQuirks);
   r.number("powerOnHours", &p->powerOnHours);
   const json* st = nullptr;
   if (r.object("selfTest", &st)) {
@@ -363,6 +364,7 @@ void readNvmeProfile(const json& j, const std::string& path, std::string* error,
   r.string("serial", &p->serial, 20);
   r.string("firmware", &p->firmware, 8);
   r.identifier("eui64", &p->eui64);
+  r.boolean("healthQuirks", &p->healthQuirks);
   readGeometry(r, m);
   const json* h = nullptr;
   if (r.object("health", &h)) {
@@ -430,13 +432,17 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   r.keep("partitions");
   r.keep("volumes");
   r.keep("files");
+  uint64_t layoutNeedsBytes = 0;  // read by the Windows face as it stands
+  r.unsignedInt("layoutNeedsBytes", &layoutNeedsBytes);
   const json* smartVersion = nullptr;
   if (r.object("smartGetVersion", &smartVersion)) {
     // Read by the Windows face as it stands; checked here so that a wrong
     // value is refused with its path instead of being ignored there.
     DescriptionReader v(*smartVersion, r.pathOf("smartGetVersion"), error);
     uint32_t capabilities = 0;
+    bool failsWithReply = false;
     v.number("capabilities", &capabilities);
+    v.boolean("failsWithReply", &failsWithReply);
     v.finish();
   }
 
