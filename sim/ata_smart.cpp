@@ -19,6 +19,7 @@ constexpr uint8_t kSmartAutosave = 0xD2;
 constexpr uint8_t kSmartSaveAttributes = 0xD3;
 constexpr uint8_t kSmartExecuteOffline = 0xD4;
 constexpr uint8_t kSmartReadLog = 0xD5;
+constexpr uint8_t kSmartWriteLog = 0xD6;
 constexpr uint8_t kSmartEnable = 0xD8;
 constexpr uint8_t kSmartDisable = 0xD9;
 constexpr uint8_t kSmartReturnStatus = 0xDA;
@@ -36,6 +37,12 @@ constexpr uint8_t kLogComprehensiveError = 0x02;
 constexpr uint8_t kLogExtError = 0x03;
 constexpr uint8_t kLogSelfTest = 0x06;
 constexpr uint8_t kLogExtSelfTest = 0x07;
+constexpr uint8_t kLogSelective = 0x09;
+constexpr uint8_t kLogDeviceStatistics = 0x04;
+constexpr uint8_t kLogPendingDefects = 0x0C;
+constexpr uint8_t kLogSataPhy = 0x11;
+constexpr uint8_t kLogSctStatus = 0xE0;  // SCT status on read, SCT command on write
+constexpr uint8_t kLogSctData = 0xE1;
 constexpr uint8_t kLogHostFirst = 0x80, kLogHostLast = 0x9F;
 constexpr uint16_t kHostLogPages = 16;
 
@@ -98,6 +105,7 @@ void AtaDrive::smart(Context& c) {
     case kSmartExecuteOffline: smartExecuteOffline(c); break;
     case kSmartReadLog: smartReadLog(c); break;
     case kSmartReturnStatus: smartReturnStatus(c); break;
+    case kSmartWriteLog: smartWriteLog(c); break;
     case kSmartEnable: smartEnabled_ = true; complete(c); break;
     case kSmartDisable: smartEnabled_ = false; complete(c); break;
     case kSmartAutosave:
@@ -127,7 +135,9 @@ void AtaDrive::buildSmartData(uint8_t* out) {
     e[3] = a.value;
     e[4] = a.worst;
     uint64_t raw = a.raw;
-    if (a.id == 194) raw = (raw & ~uint64_t{0xFF}) | static_cast<uint8_t>(profile_.temperatureCelsius);
+    if (a.id == 194 || a.id == 190) {
+      raw = (raw & ~uint64_t{0xFF}) | static_cast<uint8_t>(profile_.temperatureCelsius);
+    }
     for (int b = 0; b < 6; ++b) e[5 + b] = static_cast<uint8_t>(raw >> (8 * b));
   }
   out[362] = offlineStatus_;
@@ -172,11 +182,15 @@ void AtaDrive::smartReadThresholds(Context& c) {
 
 // RETURN STATUS: LBA Mid/High 0x4F/0xC2 while every attribute is above its
 // threshold, 0xF4/0x2C once one with a non-zero threshold is at or below it.
-void AtaDrive::smartReturnStatus(Context& c) {
-  bool exceeded = false;
+bool AtaDrive::thresholdExceeded() const {
   for (const SmartAttribute& a : profile_.attributes) {
-    if (a.id != 0 && a.threshold != 0 && a.value <= a.threshold) exceeded = true;
+    if (a.id != 0 && a.threshold != 0 && a.value <= a.threshold) return true;
   }
+  return false;
+}
+
+void AtaDrive::smartReturnStatus(Context& c) {
+  const bool exceeded = thresholdExceeded();
   complete(c);
   c.response.out.lbaMid = exceeded ? kSmartFailMid : kSmartSigMid;
   c.response.out.lbaHigh = exceeded ? kSmartFailHigh : kSmartSigHigh;
@@ -186,10 +200,16 @@ void AtaDrive::smartReturnStatus(Context& c) {
 // tests (1, 2, 3, vendor) run in the background on the clock; captive ones
 // (0x81, 0x82) hold the command until done and report a failure with ERR,
 // ABRT and the 0xF4/0x2C signature.
+uint64_t AtaDrive::shortSpan() const {
+  const uint64_t whole = media_->sectorCount();
+  if (profile_.shortTestSpan != 0) return std::min(profile_.shortTestSpan, whole);
+  return std::max<uint64_t>(std::min<uint64_t>(whole, 1), whole / 64);
+}
+
 void AtaDrive::smartExecuteOffline(Context& c) {
   const uint8_t code = c.request.in.lbaLow;
   const uint64_t whole = media_->sectorCount();
-  const uint64_t shortSpan = profile_.shortTestSpan == 0 ? whole : std::min(profile_.shortTestSpan, whole);
+  const uint64_t shortSpan = this->shortSpan();
   const bool canSelfTest = (profile_.offlineCapability & 0x10) != 0;
   switch (code) {
     case kOfflineRoutine:
@@ -333,6 +353,7 @@ void AtaDrive::recordError(const AtaRegisters& failed, uint8_t error, uint8_t st
   e.status = status;
   e.lba = lba;
   e.count = count;
+  e.state = test_.active ? 0x04 : 0x03;
   e.lifetimeHours = lifetimeHours();
   errors_.push_back(e);
   ++errorCount_;
@@ -345,12 +366,21 @@ uint16_t AtaDrive::logPageCount(uint8_t address, bool viaGpl) const {
   if (address == kLogDirectory) return 1;
   if (address >= kLogHostFirst && address <= kLogHostLast) return kHostLogPages;
   if (!profile_.smartSupported) return 0;
+  if ((address == kLogSctStatus || address == kLogSctData) && profile_.sctSupported) return 1;
+  if (address == kLogDeviceStatistics && profile_.deviceStatistics) return 6;  // pages 0-5
   if (viaGpl) {
+    if (address == kLogPendingDefects && profile_.pendingDefectsLog) {
+      size_t pending = 0;
+      for (const auto& entry : media_->unreadableSectors()) pending += entry.second == UnreadableKind::Pending;
+      return static_cast<uint16_t>(1 + (pending > 31 ? (pending - 31 + 31) / 32 : 0));
+    }
+    if (address == kLogSataPhy && profile_.sataPhyCounters) return 1;
     if (address == kLogExtError) return profile_.extErrorLogPages;
     if (address == kLogExtSelfTest) return profile_.extSelfTestLogPages;
     return 0;
   }
   if (address == kLogSummaryError || address == kLogSelfTest) return 1;
+  if (address == kLogSelective && (profile_.offlineCapability & 0x40) != 0) return 1;
   if (address == kLogComprehensiveError) return profile_.comprehensiveErrorLogPages;
   return 0;
 }
@@ -369,6 +399,15 @@ bool AtaDrive::buildLog(uint8_t address, uint16_t page, bool viaGpl, uint8_t* ou
     case kLogExtError: buildExtErrorLog(page, out); return true;
     case kLogSelfTest: buildSelfTestLog(out); return true;
     case kLogExtSelfTest: buildExtSelfTestLog(page, out); return true;
+    case kLogSelective: buildSelectiveLog(out); return true;
+    case kLogDeviceStatistics: buildDeviceStatistics(page, out); return true;
+    case kLogPendingDefects: buildPendingDefects(page, out); return true;
+    case kLogSataPhy: buildSataPhyCounters(out); return true;
+    case kLogSctStatus: buildSctStatus(out); return true;
+    case kLogSctData:
+      if (sctTable_ != 2) return false;
+      buildSctData(out);
+      return true;
     default: return true;  // host logs read as zeros
   }
 }
@@ -533,7 +572,9 @@ void AtaDrive::smartReadLog(Context& c) {
   const uint16_t pages = c.request.in.count;
   if (pages == 0 || pages > logPageCount(address, false)) return abort(c);
   scratch_.assign(size_t{pages} * 512, 0);
-  for (uint16_t p = 0; p < pages; ++p) buildLog(address, p, false, scratch_.data() + size_t{p} * 512);
+  for (uint16_t p = 0; p < pages; ++p) {
+    if (!buildLog(address, p, false, scratch_.data() + size_t{p} * 512)) return abort(c);
+  }
   complete(c);
   sendData(c, scratch_.data(), static_cast<uint32_t>(scratch_.size()));
 }
@@ -551,10 +592,176 @@ void AtaDrive::readLogExt(Context& c) {
   if (pages == 0 || first >= available || pages > available - first) return abort(c);
   scratch_.assign(size_t{pages} * 512, 0);
   for (uint32_t p = 0; p < pages; ++p) {
-    buildLog(address, static_cast<uint16_t>(first + p), true, scratch_.data() + size_t{p} * 512);
+    if (!buildLog(address, static_cast<uint16_t>(first + p), true, scratch_.data() + size_t{p} * 512)) {
+      return abort(c);
+    }
   }
   complete(c);
   sendData(c, scratch_.data(), static_cast<uint32_t>(scratch_.size()));
+}
+
+// SMART WRITE LOG: LBA Low is the log address, Sector Count the pages.
+void AtaDrive::smartWriteLog(Context& c) {
+  const uint8_t address = c.request.in.lbaLow;
+  const uint16_t pages = c.request.in.count;
+  if (pages == 0 || (address != kLogSelective && address != kLogSctStatus) ||
+      pages > logPageCount(address, false)) {
+    return abort(c);
+  }
+  if (c.request.direction != Direction::Out || c.request.data == nullptr || c.request.length < pages * 512u) {
+    return abort(c);  // the data phase broke off
+  }
+  if (writeLog(c, address, pages, c.request.data)) c.response.transferred = pages * 512u;
+}
+
+// WRITE LOG EXT (0x3F): addressed as READ LOG EXT; only the SCT command
+// log takes writes.
+void AtaDrive::writeLogExt(Context& c) {
+  const AtaRegisters& in = c.request.in;
+  if (!profile_.gplSupported) return abort(c);
+  const uint8_t address = in.lbaLow;
+  const uint16_t first = static_cast<uint16_t>(in.lbaMid | (c.request.extended ? in.lbaMidExp << 8 : 0));
+  const uint32_t pages = uint32_t{in.count} | (c.request.extended ? uint32_t{in.countExp} << 8 : 0);
+  if (address != kLogSctStatus || first != 0 || pages != 1 || logPageCount(address, true) == 0) return abort(c);
+  if (c.request.direction != Direction::Out || c.request.data == nullptr || c.request.length < 512) return abort(c);
+  if (writeLog(c, address, pages, c.request.data)) c.response.transferred = 512;
+}
+
+// The written pages of log 9 (the selective self-test spans, kept as the
+// host wrote them; its checksum must hold) or 0xE0 (an SCT command).
+bool AtaDrive::writeLog(Context& c, uint8_t address, uint32_t, const uint8_t* data) {
+  if (address == kLogSctStatus) {
+    sctCommand(c, data);
+    return (c.response.out.status & kAtaStatusErr) == 0;
+  }
+  uint8_t sum = 0;
+  for (int i = 0; i < 512; ++i) sum = static_cast<uint8_t>(sum + data[i]);
+  if (sum != 0) {
+    abort(c);
+    return false;
+  }
+  std::memcpy(selective_.data(), data, 512);
+  complete(c);
+  return true;
+}
+
+// An SCT command: the key page written to log 0xE0, words little-endian:
+//   0 action code (3 error recovery control, 4 feature control, 5 data
+//   table), 1 function code, then per action: ERC 2 selection (1 read
+//   timer, 2 write timer), 3 value in 100 ms; feature control 2 feature
+//   (1 write cache, 2 write cache reordering, 3 temperature logging
+//   interval), 3 state, 4 option flags; data table 2 table id (2
+//   temperature history).
+// A value asked for comes back in Sector Count (7:0) and LBA Low (15:8).
+void AtaDrive::sctCommand(Context& c, const uint8_t* key) {
+  auto word = [key](int i) { return static_cast<uint16_t>(key[2 * i] | key[2 * i + 1] << 8); };
+  const uint16_t action = word(0), function = word(1);
+  bool ok = false;
+  uint16_t value = 0;
+  bool answers = false;
+  switch (action) {
+    case 3:  // error recovery control
+      if (!profile_.sctErrorRecoveryControl || (word(2) != 1 && word(2) != 2)) break;
+      if (function == 1) {
+        (word(2) == 1 ? ercRead_ : ercWrite_) = word(3);
+        ok = true;
+      } else if (function == 2) {
+        value = word(2) == 1 ? ercRead_ : ercWrite_;
+        ok = answers = true;
+      }
+      break;
+    case 4:  // feature control: every feature reports its default state
+      if (!profile_.sctFeatureControl || word(2) < 1 || word(2) > 3) break;
+      if (function == 1) {
+        ok = true;
+      } else if (function == 2) {
+        value = 1;  // 1: as SET FEATURES leaves it / enabled / one minute
+        ok = answers = true;
+      } else if (function == 3) {
+        value = 0;
+        ok = answers = true;
+      }
+      break;
+    case 5:  // data table
+      if (function == 1 && word(2) == 2) {
+        sctTable_ = 2;
+        ok = true;
+      }
+      break;
+    default:
+      break;
+  }
+  if (!ok) {
+    sctStatus_ = 0x0004;  // invalid function or parameter
+    abort(c);
+    return;
+  }
+  sctAction_ = action;
+  sctFunction_ = function;
+  sctStatus_ = 0;
+  complete(c);
+  if (answers) {
+    c.response.out.count = static_cast<uint8_t>(value);
+    c.response.out.lbaLow = static_cast<uint8_t>(value >> 8);
+  }
+}
+
+// Selective self-test log (9): 0-1 revision, 2-81 five spans of start and
+// end LBA (8 bytes each), 492-499 current LBA, 500-501 current span,
+// 502-503 feature flags, 508-509 pending time, 511 checksum. Kept as the host
+// wrote it.
+void AtaDrive::buildSelectiveLog(uint8_t* out) const {
+  std::memcpy(out, selective_.data(), 512);
+  sealChecksum(out);
+}
+
+// SCT status (log 0xE0 read), format 3: 0-1 format version, 2-3 SCT
+// version, 4-5 SCT level (1), 6-9 status flags, 10 device state (0 active,
+// 3 self test in the background), 14-15 status of the last SCT command,
+// 16-17 its action and 18-19 function code, 40-47 LBA of a background SCT
+// command, 200 current temperature, 201/202 minimum/maximum this power
+// cycle, 203/204 lifetime minimum/maximum, 205 maximum operating limit,
+// 206-209 over-limit count, 210-213 under-limit count, 214-215 the LBA Mid
+// and High of SMART RETURN STATUS (0xC24F or 0x2CF4).
+void AtaDrive::buildSctStatus(uint8_t* out) {
+  updateBackground();
+  const auto temp = [](int t) { return static_cast<uint8_t>(static_cast<int8_t>(std::clamp(t, -127, 127))); };
+  put16(out, 0x0003);
+  put16(out + 2, 0x0001);
+  put16(out + 4, 0x0001);
+  out[10] = test_.active ? 0x03 : 0x00;
+  put16(out + 14, sctStatus_);
+  put16(out + 16, sctAction_);
+  put16(out + 18, sctFunction_);
+  const int now = profile_.temperatureCelsius;
+  out[200] = temp(now);
+  out[201] = temp(now);
+  out[202] = temp(now);
+  out[203] = temp(std::min(profile_.lifetimeMinTemperatureCelsius, now));
+  out[204] = temp(std::max(profile_.lifetimeMaxTemperatureCelsius, now));
+  out[205] = temp(profile_.maxOperatingTemperatureCelsius);
+  put16(out + 214, thresholdExceeded() ? 0x2CF4 : 0xC24F);
+}
+
+// SCT temperature history (log 0xE1 after a data-table read of table 2):
+// 0-1 format version (2), 2-3 sampling period and 4-5 logging interval in
+// minutes, 6 maximum operating, 7 over limit, 8 minimum operating, 9 under
+// limit temperatures, 30-31 entries in the ring (128), 32-33 index of the
+// newest, 34.. the ring. The drive has held its present temperature for the
+// whole ring.
+void AtaDrive::buildSctData(uint8_t* out) const {
+  const auto temp = [](int t) { return static_cast<uint8_t>(static_cast<int8_t>(std::clamp(t, -127, 127))); };
+  constexpr uint16_t kEntries = 128;
+  put16(out, 0x0002);
+  put16(out + 2, 1);
+  put16(out + 4, 1);
+  out[6] = temp(profile_.maxOperatingTemperatureCelsius);
+  out[7] = temp(profile_.maxOperatingTemperatureCelsius + 5);
+  out[8] = temp(0);
+  out[9] = temp(-5);
+  put16(out + 30, kEntries);
+  put16(out + 32, kEntries - 1);
+  std::memset(out + 34, temp(profile_.temperatureCelsius), kEntries);
 }
 
 }  // namespace sim
