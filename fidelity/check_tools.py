@@ -37,7 +37,7 @@ EXPECTED_PHRASES = re.compile(
     r"another segment in self test failed|self-test failed|Unknown_Attribute|Unknown_SSD_Attribute|"
     r"FAILED!|Completed: read failure|No Errors Logged|prefailure warning|"
     r"SCT Error Recovery Control command not supported|"
-    r"Write SCT \(Get\) Feature Control|Wt Cache Reorder",
+    r"read element of the test failed|Command failed due to ICRC error|Temperature Warning: +Enabled",
     re.IGNORECASE)
 
 FORM_FACTORS = {0: "not reported", 1: "5.25 inch", 2: "3.5 inch", 3: "2.5 inch", 4: "1.8 inch",
@@ -148,6 +148,14 @@ def smartctl_options(kind):
     # command; health, identity and temperature are what it serves.
     if kind == "nvme":
         return ["-H", "-i", "-A"]
+    # Through a JMicron chip smartctl reads no ATA registers but the SMART
+    # verdict, so it refuses the SCT error recovery and write-cache
+    # reordering queries (whose answers come in registers) before sending
+    # them; everything else of -x is asked.
+    if kind == "jmicron":
+        return ["-H", "-i", "-g", "all", "-c", "-A", "-f", "brief", "-l", "xerror,error", "-l", "xselftest,selftest",
+                "-l", "selective", "-l", "directory", "-l", "scttemp", "-l", "devstat", "-l", "defects",
+                "-l", "sataphy"]
     return ["-x"]
 
 
@@ -367,9 +375,13 @@ def check_sg_tools(run, failures, disk, kind):
         failures.add(name, "sg_luns", "the one logical unit 0 is not reported")
 
     pages = {"rw": "AWRE", "ca": "WCE", "co": "ESTCT", "ie": "MRIE"}
+    # A translation keeps no saved values (its pages are not saveable, and
+    # SPC's answer to asking for them is SAVING PARAMETERS NOT SUPPORTED): ask
+    # it for current, changeable and default values only.
+    mask = ["-o", "7"] if kind in ("satl", "sat-bridge", "jmicron") else []
     for page, field in pages.items():
-        tool = f"sdparm -a -p {page}"
-        r = run.run(name, ["sdparm", "-a", "-p", page, path])
+        tool = f"sdparm -a {' '.join(mask)} -p {page}".replace("  ", " ")
+        r = run.run(name, ["sdparm", "-a", *mask, "-p", page, path])
         check_exit(failures, name, tool, r)
         value = first(rf"\n\s*{field}\s+(\d+)", r.stdout)
         if page == "ca":

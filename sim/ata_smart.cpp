@@ -196,16 +196,17 @@ void AtaDrive::smartReturnStatus(Context& c) {
   c.response.out.lbaHigh = exceeded ? kSmartFailHigh : kSmartSigHigh;
 }
 
-// EXECUTE OFF-LINE IMMEDIATE: LBA Low holds the subcommand. Off-line mode
-// tests (1, 2, 3, vendor) run in the background on the clock; captive ones
-// (0x81, 0x82) hold the command until done and report a failure with ERR,
-// ABRT and the 0xF4/0x2C signature.
+// The sectors a short (or conveyance) self test reads from LBA 0.
 uint64_t AtaDrive::shortSpan() const {
   const uint64_t whole = media_->sectorCount();
   if (profile_.shortTestSpan != 0) return std::min(profile_.shortTestSpan, whole);
   return std::max<uint64_t>(std::min<uint64_t>(whole, 1), whole / 64);
 }
 
+// EXECUTE OFF-LINE IMMEDIATE: LBA Low holds the subcommand. Off-line mode
+// tests (1, 2, 3, vendor) run in the background on the clock; captive ones
+// (0x81, 0x82) hold the command until done and report a failure with ERR,
+// ABRT and the 0xF4/0x2C signature.
 void AtaDrive::smartExecuteOffline(Context& c) {
   const uint8_t code = c.request.in.lbaLow;
   const uint64_t whole = media_->sectorCount();
@@ -273,7 +274,7 @@ void AtaDrive::smartExecuteOffline(Context& c) {
       if (v.code != code) continue;
       if (v.answer == VendorTestAnswer::Abort) return abort(c);
       if (v.answer == VendorTestAnswer::Idnf) return abort(c, kAtaErrorIdnf);
-      startSelfTest(code, v.seconds, shortSpan);
+      startSelfTest(code, v.seconds, whole);  // a vendor routine's reach is its own: the whole surface
       return complete(c);
     }
     return abort(c, profile_.unknownVendorTestError);

@@ -216,7 +216,6 @@ const char* Machine::defaultMachineJson() {
         "formFactor": 3,
         "sataRevision": "3.1",
         "sataGeneration": 3,
-        "sct": {"errorRecoveryControl": false, "featureControl": false},
         "temperatureCelsius": 31,
         "powerOnHours": 644,
         "smart": {

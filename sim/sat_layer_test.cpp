@@ -249,7 +249,9 @@ TEST(SatLayer, ModeSenseReturnsTranslatedPagesWithTheBlockDescriptor) {
   std::vector<uint8_t> codes;
   while (at + 2 <= call.data.size()) {
     codes.push_back(call.data[at] & 0x3F);
-    if ((call.data[at] & 0x3F) == 0x0A) EXPECT_EQ(getBe16(&call.data[at + 10]), 120 * 60) << "extended self test";
+    if ((call.data[at] & 0x3F) == 0x0A) {
+      EXPECT_EQ(getBe16(&call.data[at + 10]), 120 * 60) << "extended self test";
+    }
     at += call.data[at + 1] + 2u;
   }
   EXPECT_EQ(codes, (std::vector<uint8_t>{0x01, 0x08, 0x0A, 0x1C}));

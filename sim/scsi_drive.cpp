@@ -490,7 +490,7 @@ ScsiResponse ScsiDrive::sendDiagnostic(const ScsiRequest& r) {
     case 0:
       if (!selfTest) return ScsiResponse{};  // no self test asked for
       seconds = profile_.defaultTestSeconds;
-      span = shortSpan;
+      span = whole;  // the default self test reads the whole surface over its time
       break;
     case kBackgroundShort:
     case kForegroundShort:
