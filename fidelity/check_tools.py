@@ -480,8 +480,9 @@ def check_smartctl(run, failures, disk, kind):
                     p.get("temperatureCelsius", 35))
     smart = p.get("smart", {})
     table = {a["id"]: a for a in data.get("ata_smart_attributes", {}).get("table", [])}
-    if len(table) != len(smart.get("attributes", [])):
-        failures.add(name, tool, f"{len(table)} attributes decoded, the profile lists {len(smart.get('attributes', []))}")
+    listed = len(smart.get("attributes", []))
+    if len(table) != listed:
+        failures.add(name, tool, f"{len(table)} attributes decoded, the profile lists {listed}")
     for a in smart.get("attributes", []):
         got = table.get(a["id"])
         if got is None:

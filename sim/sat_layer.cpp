@@ -73,6 +73,8 @@ ScsiResponse SatLayer::executeScsi(const ScsiRequest& r) {
     case 0x12: return inquiry(r);
     case 0x1A:
     case 0x5A: return modeSense(r);
+    case 0x15:
+    case 0x55: return modeSelect(r);
     case 0x25: return readCapacity(r, false);
     case 0x9E:
       if ((r.cdb[1] & 0x1F) != 0x10) return illegalRequest(f, kAscInvalidFieldInCdb);
@@ -686,7 +688,8 @@ int SatLayer::temperature(int* reference) {
 // descriptor format, 3 queue algorithm modifier 1, 10-11 extended self-test
 // completion time in seconds from SMART data byte 373 (or 375-376) minutes.
 // Informational exceptions control (0x1C, 12 bytes): 2 DEXCPT (bit 3) when
-// SMART is off (word 85 bit 0), 3 MRIE 6. Nothing is changeable here.
+// SMART is off (word 85 bit 0), 3 MRIE 6. D_SENSE and DEXCPT are
+// changeable (modeSelect); nothing else is.
 std::vector<uint8_t> SatLayer::modePage(uint8_t page, uint8_t control, const uint8_t* smartData) {
   const bool changeable = control == 1;
   std::vector<uint8_t> p;
@@ -710,7 +713,9 @@ std::vector<uint8_t> SatLayer::modePage(uint8_t page, uint8_t control, const uin
       p.assign(12, 0);
       p[0] = 0x0A;
       p[1] = 0x0A;
-      if (!changeable) {
+      if (changeable) {
+        p[2] = 0x04;
+      } else {
         p[2] = profile_.senseFormat == SenseFormat::Descriptor ? 0x04 : 0x00;
         p[3] = 0x10;
         uint32_t minutes = smartData[373];
@@ -723,7 +728,9 @@ std::vector<uint8_t> SatLayer::modePage(uint8_t page, uint8_t control, const uin
       p.assign(12, 0);
       p[0] = 0x1C;
       p[1] = 0x0A;
-      if (!changeable) {
+      if (changeable) {
+        p[2] = 0x08;
+      } else {
         p[2] = (word(85) & 0x0001) != 0 ? 0x00 : 0x08;
         p[3] = 0x06;
       }
@@ -751,8 +758,9 @@ ScsiResponse SatLayer::modeSense(const ScsiRequest& r) {
     if (completion != Completion::Done) return ScsiResponse{completion, 0, {}, 0};
     return checkCondition(profile_.senseFormat, kSenseHardwareError, kAscInternalTargetFailure);
   }
+  // The SMART data only for the control page's self-test time.
   uint8_t smartData[512] = {};
-  if ((word(85) & 0x0001) != 0) smartRead(0xD0, 0, smartData);
+  if ((word(85) & 0x0001) != 0 && (page == 0x3F || page == 0x0A) && control != 1) smartRead(0xD0, 0, smartData);
   std::vector<uint8_t> pages;
   if (page == 0x3F) {
     for (uint8_t p : {0x01, 0x08, 0x0A, 0x1C}) {
@@ -765,6 +773,72 @@ ScsiResponse SatLayer::modeSense(const ScsiRequest& r) {
   }
   const auto d = modeParameterData(c, capacity(), logicalSize(), 0x00, pages);
   return dataIn(r, d.data(), d.size(), c[0] == 0x1A ? c[4] : getBe16(c + 7));
+}
+
+// MODE SELECT (6)/(10): 1 PF (bit 4) and SP (bit 0), 4 or 7-8 the parameter
+// list length. The list: the MODE SENSE header, block descriptors, pages.
+// DEXCPT of page 0x1C becomes SMART DISABLE or ENABLE OPERATIONS, D_SENSE of
+// page 0x0A the sense format of this translation; any other value must be
+// what MODE SENSE reports (INVALID FIELD IN PARAMETER LIST otherwise). SP is
+// refused: nothing is saved here.
+ScsiResponse SatLayer::modeSelect(const ScsiRequest& r) {
+  const uint8_t* c = r.cdb;
+  const bool ten = c[0] == 0x55;
+  const SenseFormat f = profile_.senseFormat;
+  if ((c[1] & 0x01) != 0) return illegalRequest(f, kAscInvalidFieldInCdb);
+  const uint32_t length = ten ? getBe16(c + 7) : c[4];
+  if (length == 0) return ScsiResponse{};
+  if (r.direction != Direction::Out || r.data == nullptr || r.length < length) {
+    return illegalRequest(f, kAscParameterListLengthError);
+  }
+  Completion completion;
+  if (!identify(&completion)) {
+    if (completion != Completion::Done) return ScsiResponse{completion, 0, {}, 0};
+    return checkCondition(f, kSenseHardwareError, kAscInternalTargetFailure);
+  }
+  const uint8_t* p = r.data;
+  const size_t header = ten ? 8 : 4;
+  if (length < header) return illegalRequest(f, kAscParameterListLengthError);
+  size_t at = header + (ten ? getBe16(p + 6) : p[3]);
+  if (at > length) return illegalRequest(f, kAscParameterListLengthError);
+  // The SMART data only for the control page's self-test time.
+  uint8_t smartData[512] = {};
+  bool control = false;
+  for (size_t q = at; q + 2 <= length; q += size_t{p[q + 1]} + 2) control = control || (p[q] & 0x3F) == 0x0A;
+  if ((word(85) & 0x0001) != 0 && control) smartRead(0xD0, 0, smartData);
+  int smartWanted = -1;  // -1: unchanged, 0 disable, 1 enable
+  SenseFormat format = f;
+  while (at < length) {
+    if (at + 2 > length) return illegalRequest(f, kAscParameterListLengthError);
+    const uint8_t code = p[at] & 0x3F;
+    const size_t pageLength = size_t{p[at + 1]} + 2;
+    if (at + pageLength > length) return illegalRequest(f, kAscParameterListLengthError);
+    std::vector<uint8_t> current = modePage(code, 0, smartData);
+    const std::vector<uint8_t> changeable = modePage(code, 1, smartData);
+    if (current.empty() || current.size() != pageLength) return illegalRequest(f, kAscInvalidFieldInParameterList);
+    for (size_t i = 2; i < pageLength; ++i) {
+      if (((p[at + i] ^ current[i]) & ~changeable[i]) != 0) return illegalRequest(f, kAscInvalidFieldInParameterList);
+    }
+    if (code == 0x1C) smartWanted = (p[at + 2] & 0x08) != 0 ? 0 : 1;
+    if (code == 0x0A) format = (p[at + 2] & 0x04) != 0 ? SenseFormat::Descriptor : SenseFormat::Fixed;
+    at += pageLength;
+  }
+  if (smartWanted != -1 && smartWanted != ((word(85) & 0x0001) != 0 ? 1 : 0)) {
+    AtaRequest a;
+    a.in.feature = smartWanted == 1 ? 0xD8 : 0xD9;
+    a.in.lbaMid = 0x4F;
+    a.in.lbaHigh = 0xC2;
+    a.in.device = 0xA0;
+    a.in.command = 0xB0;
+    const AtaResponse ata = drive_ ? drive_->executeAta(a) : AtaResponse{Completion::NoDevice, {}, 0};
+    if (ata.completion != Completion::Done) return ScsiResponse{ata.completion, 0, {}, 0};
+    if ((ata.out.status & (kAtaErr | kAtaDf)) != 0) return translateError(ata, false);
+    haveIdentify_ = false;  // word 85 has changed
+  }
+  profile_.senseFormat = format;
+  ScsiResponse ok;
+  ok.transferred = length;
+  return ok;
 }
 
 // Self-test results page (0x10) from SMART self-test log 6: twenty

@@ -62,6 +62,7 @@ class SatLayer : public ScsiTarget {
   ScsiResponse readCapacity(const ScsiRequest& r, bool sixteen);
   ScsiResponse readWrite(const ScsiRequest& r);
   ScsiResponse modeSense(const ScsiRequest& r);
+  ScsiResponse modeSelect(const ScsiRequest& r);
   ScsiResponse logSense(const ScsiRequest& r);
   ScsiResponse reportLuns(const ScsiRequest& r);
   ScsiResponse simpleAta(const ScsiRequest& r, uint8_t command);
