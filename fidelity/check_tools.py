@@ -513,10 +513,15 @@ def check_smartctl(run, failures, disk, kind):
         regs = got.get("completion_registers", {})
         failures.expect(name, tool, "error LBA", regs.get("lba"), e.get("lba", 0))
         failures.expect(name, tool, "error hours", got.get("lifetime_hours"), e.get("hours", 0))
-        failures.expect(name, tool, "commands before the error", len(got.get("previous_commands", [])), 5)
-        state = re.search(r"device was ([a-z ]+)", json.dumps(got))
-        if state and "active or idle" not in state.group(1):
-            failures.add(name, tool, f"error entry device state '{state.group(1)}'")
+        commands = got.get("previous_commands", [])
+        failures.expect(name, tool, "commands before the error", len(commands), 5)
+        failures.expect(name, tool, "device state at the error", got.get("device_state", {}).get("value"),
+                        e.get("state", 3))
+        stamps = [c.get("powerup_milliseconds", 0) for c in commands]
+        if not commands or commands[0].get("registers", {}).get("lba") != e.get("lba", 0):
+            failures.add(name, tool, "the newest command of an error entry is not the one that failed")
+        if any(t == 0 for t in stamps) or stamps != sorted(stamps, reverse=True):
+            failures.add(name, tool, f"error entry timestamps {stamps} are not the drive's power-on clock")
     if kind != "jmicron":
         sct = data.get("ata_sct_status", {})
         failures.expect(name, tool, "SCT temperature", sct.get("temperature", {}).get("current"),
@@ -641,7 +646,8 @@ def main():
         print(f"{scenario:<13} {disk:<7} {code:>4}  {tool}")
     for name in skipped:
         print(f"(no SCSI face, not reachable by SG_IO: {name})")
-    print(f"outputs in {out_dir}")
+    if failures.items or args.keep:
+        print(f"outputs in {out_dir}")
     if failures.items:
         print(f"\n{len(failures.items)} difference(s) or complaint(s):")
         for item in failures.items:

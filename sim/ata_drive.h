@@ -228,6 +228,8 @@ class AtaDrive : public AtaDevice {
   // Self tests and off-line collection on the virtual clock.
   void updateBackground();
   void startSelfTest(uint8_t subcommand, uint32_t seconds, uint64_t span);
+  void holdCaptive(Context& c);
+  uint64_t testFirstLba() const;
   void finishSelfTest(uint8_t result, uint8_t tensRemaining, uint64_t failingLba);
   void recordSelfTest(uint8_t subcommand, uint8_t status, uint64_t failingLba);
   void recordError(const AtaRegisters& failed, uint8_t error, uint8_t status, uint64_t lba, uint16_t count);
@@ -254,7 +256,7 @@ class AtaDrive : public AtaDevice {
     uint8_t subcommand = 0;
     uint64_t startMs = 0;
     uint64_t durationMs = 0;
-    uint64_t span = 0;
+    uint64_t span = 0;  // the test reads [testFirstLba(), span)
   } test_;
   uint64_t offlineEndMs_ = 0;
   bool offlineRunning_ = false;

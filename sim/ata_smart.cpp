@@ -51,9 +51,11 @@ constexpr uint8_t kOfflineRoutine = 0x00;
 constexpr uint8_t kShortOffline = 0x01;
 constexpr uint8_t kExtendedOffline = 0x02;
 constexpr uint8_t kConveyanceOffline = 0x03;
+constexpr uint8_t kSelectiveOffline = 0x04;
 constexpr uint8_t kAbortSelfTest = 0x7F;
 constexpr uint8_t kShortCaptive = 0x81;
 constexpr uint8_t kExtendedCaptive = 0x82;
+constexpr uint8_t kSelectiveCaptive = 0x84;
 constexpr uint16_t kConveyanceMinutes = 5;
 
 constexpr uint64_t kNoFailingLba = 0xFFFFFFFFFFFFULL;
@@ -68,6 +70,26 @@ void put32(uint8_t* p, uint32_t v) {
 }
 
 bool isVendorSelfTest(uint8_t code) { return (code >= 0x40 && code <= 0x7E) || code >= 0x90; }
+
+// The sectors a selective self test reads, from the spans of log 9 (bytes
+// 2-81: five pairs of 8-byte start and end LBAs): from the lowest start to
+// the highest end, as [*first, end). False when every span is empty.
+bool selectiveRange(const std::array<uint8_t, 512>& log, uint64_t* first, uint64_t* end) {
+  bool any = false;
+  for (int i = 0; i < 5; ++i) {
+    uint64_t start = 0, last = 0;
+    for (int b = 7; b >= 0; --b) {
+      start = start << 8 | log[2 + 16 * i + b];
+      last = last << 8 | log[10 + 16 * i + b];
+    }
+    if (start == 0 && last == 0) continue;
+    if (last < start) continue;
+    *first = any ? std::min(*first, start) : start;
+    *end = any ? std::max(*end, last + 1) : last + 1;
+    any = true;
+  }
+  return any;
+}
 
 }  // namespace
 
@@ -249,21 +271,19 @@ void AtaDrive::smartExecuteOffline(Context& c) {
       const bool isShort = code == kShortCaptive;
       startSelfTest(code, (isShort ? profile_.shortTestMinutes : profile_.extendedTestMinutes) * 60u,
                     isShort ? shortSpan : whole);
-      // Captive: the command returns when the test is over.
-      uint64_t bad = 0;
-      uint64_t endMs = test_.startMs + test_.durationMs;
-      if (test_.span != 0 && media_->firstUnreadable(0, test_.span - 1, &bad)) {
-        endMs = test_.startMs + static_cast<uint64_t>(static_cast<double>(test_.durationMs) *
-                                                      static_cast<double>(bad + 1) / static_cast<double>(test_.span));
+      return holdCaptive(c);
+    }
+    case kSelectiveOffline:
+    case kSelectiveCaptive: {
+      uint64_t first = 0, end = 0;
+      if (!canSelfTest || (profile_.offlineCapability & 0x40) == 0 || !selectiveRange(selective_, &first, &end) ||
+          end > whole) {
+        return abort(c);
       }
-      clock_->advanceTo(endMs);
-      updateBackground();
-      if ((selfTestStatus_ >> 4) != kSelfTestPassed) {
-        abort(c);
-        c.response.out.lbaMid = kSmartFailMid;
-        c.response.out.lbaHigh = kSmartFailHigh;
-        return;
-      }
+      // The time of an extended test, in proportion to the sectors read.
+      const double share = static_cast<double>(end - first) / static_cast<double>(std::max<uint64_t>(whole, 1));
+      startSelfTest(code, static_cast<uint32_t>(std::ceil(profile_.extendedTestMinutes * 60.0 * share)), end);
+      if (code == kSelectiveCaptive) return holdCaptive(c);
       return complete(c);
     }
     default:
@@ -280,6 +300,36 @@ void AtaDrive::smartExecuteOffline(Context& c) {
     return abort(c, profile_.unknownVendorTestError);
   }
   abort(c);  // reserved subcommand
+}
+
+// A captive test: the command returns when the test is over, with ERR, ABRT
+// and the 0xF4/0x2C signature when it failed.
+void AtaDrive::holdCaptive(Context& c) {
+  uint64_t endMs = test_.startMs + test_.durationMs;
+  const uint64_t first = testFirstLba();
+  uint64_t bad = 0;
+  if (test_.span > first && media_->firstUnreadable(first, test_.span - 1, &bad)) {
+    endMs = test_.startMs + static_cast<uint64_t>(static_cast<double>(test_.durationMs) *
+                                                  static_cast<double>(bad + 1 - first) /
+                                                  static_cast<double>(test_.span - first));
+  }
+  clock_->advanceTo(endMs);
+  updateBackground();
+  if ((selfTestStatus_ >> 4) != kSelfTestPassed) {
+    abort(c);
+    c.response.out.lbaMid = kSmartFailMid;
+    c.response.out.lbaHigh = kSmartFailHigh;
+    return;
+  }
+  complete(c);
+}
+
+// The first sector the running test reads: 0, or a selective test's lowest
+// span start.
+uint64_t AtaDrive::testFirstLba() const {
+  uint64_t first = 0, end = 0;
+  if ((test_.subcommand & 0x7F) == kSelectiveOffline && selectiveRange(selective_, &first, &end)) return first;
+  return 0;
 }
 
 void AtaDrive::startSelfTest(uint8_t subcommand, uint32_t seconds, uint64_t span) {
@@ -310,9 +360,10 @@ void AtaDrive::updateBackground() {
   }
   if (!test_.active) return;
   const double duration = static_cast<double>(test_.durationMs);
+  const uint64_t first = testFirstLba();
   uint64_t bad = 0;
-  if (test_.span != 0 && media_->firstUnreadable(0, test_.span - 1, &bad)) {
-    const double at = static_cast<double>(bad + 1) / static_cast<double>(test_.span);
+  if (test_.span > first && media_->firstUnreadable(first, test_.span - 1, &bad)) {
+    const double at = static_cast<double>(bad + 1 - first) / static_cast<double>(test_.span - first);
     const uint64_t failMs = test_.startMs + static_cast<uint64_t>(duration * at);
     if (now >= failMs) {
       finishSelfTest(kSelfTestReadFailure, static_cast<uint8_t>(std::min(9.0, std::ceil((1.0 - at) * 10))), bad);

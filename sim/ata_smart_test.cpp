@@ -401,5 +401,32 @@ TEST(AtaSmart, ShortSelfTestReadsOnlyItsSampleOfTheSurface) {
   EXPECT_EQ(rig.smartData()[363] >> 4, 7) << "the extended test finds it";
 }
 
+TEST(AtaSmart, SelectiveSelfTestReadsItsSpansAndStopsAtAnUnreadableSectorInThem) {
+  SmartRig rig;
+  rig.media->markUnreadable(100, UnreadableKind::Pending);  // before the span: never read
+  rig.media->markUnreadable(600000, UnreadableKind::Pending);
+  EXPECT_EQ(rig.execute(0x04).out.error, 0x04) << "no span written yet";
+  std::vector<uint8_t> spans(512, 0);
+  spans[0] = 1;
+  spans[2] = 0x20;  // span 1 from 500000 (07A120h)
+  spans[3] = 0xA1;
+  spans[4] = 0x07;
+  spans[10] = 0x60;  // to 700000 (0AAE60h)
+  spans[11] = 0xAE;
+  spans[12] = 0x0A;
+  spans[511] = static_cast<uint8_t>(-byteSum(spans.data(), 511));
+  AtaRequest w = smartRequest(0xD6, 0x09, 1);
+  w.direction = Direction::Out;
+  w.data = spans.data();
+  w.length = 512;
+  ASSERT_EQ(rig.drive.executeAta(w).out.status, 0x50);
+  EXPECT_EQ(rig.execute(0x04).out.status, 0x50);
+  rig.clock->advanceMs(100 * 60 * 1000);
+  EXPECT_EQ(rig.smartData()[363] >> 4, 7) << "read failure";
+  const auto log = rig.smartLog(0x06);
+  EXPECT_EQ(log[2], 0x04) << "a selective test";
+  EXPECT_EQ(log[7] | log[8] << 8 | log[9] << 16, 600000) << "the sector inside the span, not the one before it";
+}
+
 }  // namespace
 }  // namespace sim

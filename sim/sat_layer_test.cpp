@@ -320,5 +320,25 @@ TEST(SatLayer, JmicronSmartStatusGivesTheVerdictByteAndTheRegistersReadBack) {
   EXPECT_EQ(call.data, std::vector<uint8_t>{0x04}) << "a device on port 0";
 }
 
+TEST(SatLayer, ModeSelectOfDexcptSwitchesSmartAndOtherChangesAreRefused) {
+  BridgeRig rig(portTranslationProfile());
+  // MODE SELECT(6): header, no block descriptor, the IE page with DEXCPT.
+  std::vector<uint8_t> list = {0, 0, 0, 0, 0x1C, 0x0A, 0x08, 0x06, 0, 0, 0, 0, 0, 0, 0, 0};
+  auto r = testutil::scsiOut(*rig.bridge, {0x15, 0x10, 0, 0, static_cast<uint8_t>(list.size()), 0}, list);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_FALSE(rig.drive->smartEnabled());
+  auto sense = scsiIn(*rig.bridge, {0x1A, 0x08, 0x1C, 0, 32, 0}, 32);
+  ASSERT_GE(sense.data.size(), 8u);
+  EXPECT_EQ(sense.data[6] & 0x08, 0x08) << "DEXCPT now reported";
+  list[6] = 0x00;
+  r = testutil::scsiOut(*rig.bridge, {0x15, 0x10, 0, 0, static_cast<uint8_t>(list.size()), 0}, list);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_TRUE(rig.drive->smartEnabled());
+  list[6] = 0x04;  // TEST is not changeable here
+  r = testutil::scsiOut(*rig.bridge, {0x15, 0x10, 0, 0, static_cast<uint8_t>(list.size()), 0}, list);
+  EXPECT_EQ(senseKey(r.sense), kSenseIllegalRequest);
+  EXPECT_EQ(senseAsc(r.sense), kAscInvalidFieldInParameterList);
+}
+
 }  // namespace
 }  // namespace sim
