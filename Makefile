@@ -2,7 +2,7 @@
 # Debian 12 machine (as root).
 JOBS ?= 2
 
-.PHONY: all deps configure build test test-asan demo bench cross clean deb
+.PHONY: all deps configure build test test-asan test-fidelity demo bench cross clean deb
 
 all: build
 
@@ -17,6 +17,12 @@ build: configure
 
 test: build
 	@ctest --preset default
+
+# Unmodified smartctl, sg3_utils and sdparm against every disk of the built-in
+# machine, their SG_IO served by the simulated disks; see fidelity/.
+test-fidelity: build
+	@scripts/install-fidelity-deps.sh
+	@python3 fidelity/check_tools.py --build build
 
 configure-asan: deps
 	@cmake --preset asan >/dev/null
