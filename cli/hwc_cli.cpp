@@ -32,6 +32,8 @@ namespace hwc {
 namespace {
 
 constexpr const char* kMachineVariable = "MODULE_STORAGE_MACHINE";
+// The disk-image files and block devices of --disk, joined by ':'.
+constexpr const char* kDisksVariable = "MODULE_STORAGE_DISKS";
 
 bool fileExists(const std::string& path) {
   struct stat info {};
@@ -101,11 +103,32 @@ int Session::run() {
   if (line_.help && !json_) std::fputs(usageText().c_str(), out());
 
   if (!line_.machine.empty()) {
-    if (line_.machine != "default" && !fileExists(line_.machine)) {
+    if (line_.machine != "default" && line_.machine != "host" && !fileExists(line_.machine)) {
       return fail(kExitUsage, "machine file '" + line_.machine + "' given to --machine does not exist");
+    }
+    if (!line_.disks.empty() && line_.machine != "host") {
+      return fail(kExitUsage, "--disk adds disks to this host, not to a simulated machine (use --machine host or "
+                              "leave --machine out)");
     }
     setEnvironment(kMachineVariable, line_.machine);
     document_["machine"] = line_.machine;
+  }
+  if (!line_.disks.empty()) {
+    std::string joined;
+    for (const std::string& disk : line_.disks) {
+      if (!fileExists(disk)) return fail(kExitUsage, "disk '" + disk + "' given to --disk does not exist");
+      joined += (joined.empty() ? "" : ":") + disk;
+    }
+    setEnvironment(kDisksVariable, joined);
+    // Without --machine the module serves the given disks alone.
+    if (line_.machine.empty()) clearEnvironment(kMachineVariable);
+    document_["disks"] = line_.disks;
+  }
+  if (!json_ && (line_.machine == "host" || !line_.disks.empty())) {
+    std::fprintf(out(), "hwc_cli: machine: %s\n",
+                 line_.machine == "host" ? (line_.disks.empty() ? "this host's own disks"
+                                                                : "this host's own disks and the disks given by --disk")
+                                         : "the disks given by --disk");
   }
 
   ModuleLibrary library;
