@@ -33,6 +33,7 @@ constexpr uint8_t kAscInvalidFieldInCdb = 0x24;
 constexpr uint8_t kAscUnrecoveredReadError = 0x11;
 constexpr uint8_t kAscWriteError = 0x0C;
 constexpr uint8_t kAscWriteProtected = 0x27;
+constexpr uint8_t kAscMediumNotPresent = 0x3A;
 
 uint64_t be(const uint8_t* at, int bytes) {
   uint64_t v = 0;
@@ -81,9 +82,11 @@ ScsiAnswer checkCondition(uint8_t senseKey, uint8_t asc, uint8_t ascq, bool info
 ScsiAnswer BlockScsiTarget::execute(const ScsiCommand& command) {
   if (command.cdb == nullptr || command.cdbLength < 6) return checkCondition(kSenseIllegalRequest, kAscInvalidOpcode, 0);
   const uint8_t* cdb = command.cdb;
+  // A file or device without a whole sector holds no medium to speak of.
+  const bool empty = medium_.sectorCount() == 0;
   switch (cdb[0]) {
     case kTestUnitReady:
-      return good(0);
+      return empty ? checkCondition(kSenseNotReady, kAscMediumNotPresent, 0) : good(0);
     case kRequestSense: {
       // Nothing is pending: NO SENSE, fixed format.
       std::vector<uint8_t> sense(18, 0);
@@ -94,9 +97,11 @@ ScsiAnswer BlockScsiTarget::execute(const ScsiCommand& command) {
     case kInquiry:
       return inquiry(command);
     case kReadCapacity10:
-      return readCapacity10(command);
+      return empty ? checkCondition(kSenseNotReady, kAscMediumNotPresent, 0) : readCapacity10(command);
     case kServiceActionIn16:
-      if ((cdb[1] & 0x1F) == kReadCapacity16Action && command.cdbLength >= 16) return readCapacity16(command);
+      if ((cdb[1] & 0x1F) == kReadCapacity16Action && command.cdbLength >= 16) {
+        return empty ? checkCondition(kSenseNotReady, kAscMediumNotPresent, 0) : readCapacity16(command);
+      }
       break;
     case kRead10:
     case kWrite10:

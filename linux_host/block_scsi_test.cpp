@@ -162,5 +162,19 @@ TEST(BlockScsiOnFailingMedium, ReadCapacitySixteenReportsEightLogicalPerPhysical
   EXPECT_EQ(sent.data[13] & 0x0F, 3);  // 2^3 logical sectors per 4096-byte physical one
 }
 
+TEST(BlockScsiOnEmptyFile, AFileWithoutAWholeSectorIsAMediumNotPresent) {
+  mstest::TemporaryFolder folder;
+  const std::string path = folder.file("tiny.raw");
+  ASSERT_TRUE(mstest::makeSparseImage(path, 100));
+  FileMedium medium;
+  ASSERT_EQ(medium.open(path), ERROR_SUCCESS);
+  EXPECT_EQ(medium.sectorCount(), 0u);
+  BlockScsiTarget target(medium, BlockIdentity{});
+  Sent sent = send(target, {0x25, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 8);
+  ASSERT_EQ(sent.answer.status, kStatusCheckCondition);
+  EXPECT_EQ(sent.answer.sense[2] & 0x0F, kSenseNotReady);
+  EXPECT_EQ(sent.answer.sense[12], 0x3A);
+}
+
 }  // namespace
 }  // namespace linux_host

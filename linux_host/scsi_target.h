@@ -39,6 +39,7 @@ class ScsiTarget {
 constexpr uint8_t kStatusGood = 0x00;
 constexpr uint8_t kStatusCheckCondition = 0x02;
 constexpr uint8_t kSenseNoSense = 0x00;
+constexpr uint8_t kSenseNotReady = 0x02;
 constexpr uint8_t kSenseMediumError = 0x03;
 constexpr uint8_t kSenseHardwareError = 0x04;
 constexpr uint8_t kSenseIllegalRequest = 0x05;
