@@ -11,7 +11,11 @@
 
 #include <errno.h>
 
+#include <sys/stat.h>
+
 #include <cstdio>
+#include <fstream>
+#include <sstream>
 #include <cstdlib>
 #include <cstring>
 #include <set>
@@ -30,6 +34,8 @@ Host& Host::instance() {
 void Host::configure(const Options& options) {
   handles_.clear();
   disks_.clear();
+  volumes_.clear();
+  volumesListed_ = false;
   listed_ = false;
   configured_ = true;
   options_ = options;
@@ -62,6 +68,37 @@ const std::vector<HostDisk>& Host::disks() {
     disks_.push_back(disk);
   }
   return disks_;
+}
+
+const std::vector<HostVolume>& Host::volumes() {
+  const std::vector<HostDisk>& all = disks();
+  if (volumesListed_) return volumes_;
+  volumesListed_ = true;
+  // Only kernel block devices carry mounted file systems: an image file's
+  // name must not be taken for a device's.
+  std::vector<std::string> names;
+  for (const HostDisk& disk : all) {
+    struct stat info {};
+    const bool device = ::stat(disk.info.devicePath.c_str(), &info) == 0 && S_ISBLK(info.st_mode);
+    names.push_back(!disk.image || device ? disk.info.name : std::string());
+  }
+  std::ifstream in(options_.mountinfo);
+  std::stringstream text;
+  text << in.rdbuf();
+  volumes_ = volumesOf(parseMountinfo(text.str()), names, options_.sysfsRoot);
+  return volumes_;
+}
+
+const HostVolume* Host::volumeForPath(const std::string& path) {
+  std::string rest = path;
+  if (rest.compare(0, 4, "\\\\.\\") == 0 || rest.compare(0, 4, "\\\\?\\") == 0) rest = rest.substr(4);
+  if (rest.size() < 2 || rest[1] != ':') return nullptr;
+  char letter = rest[0];
+  if (letter >= 'a' && letter <= 'z') letter = static_cast<char>(letter - 'a' + 'A');
+  for (const HostVolume& volume : volumes()) {
+    if (volume.letter == letter) return &volume;
+  }
+  return nullptr;
 }
 
 HANDLE Host::add(std::shared_ptr<Object> object) {
@@ -196,6 +233,13 @@ HANDLE openPath(const std::string& path, DWORD access) {
       if (diskInterfacePath(host.disks()[i], i) == path) index = i;
     }
   }
+  if (path.size() == 6 && path.compare(0, 4, "\\\\.\\") == 0 && path[5] == ':') {
+    const HostVolume* volume = host.volumeForPath(path);
+    if (volume == nullptr) return fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
+    auto object = std::make_shared<VolumeObject>();
+    object->volume = static_cast<size_t>(volume - host.volumes().data());
+    return host.add(object);
+  }
   if (index >= host.disks().size()) return fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
   auto object = std::make_shared<DiskObject>();
   object->access = access;
@@ -263,6 +307,8 @@ HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWO
 BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize, LPDWORD returned,
                      LPOVERLAPPED) {
   if (returned != nullptr) *returned = 0;
+  auto volume = Host::instance().findAs<VolumeObject>(device, ObjectKind::Volume);
+  if (volume) return volumeControl(*volume, code, in, inSize, out, outSize, returned);
   auto disk = Host::instance().findAs<DiskObject>(device, ObjectKind::Disk);
   if (!disk) return fail(ERROR_INVALID_HANDLE, FALSE);
   return diskControl(*disk, code, in, inSize, out, outSize, returned);

@@ -13,6 +13,7 @@
 #include "linux_host/nvme_scsi.h"
 #include "linux_host/scsi_target.h"
 #include "linux_host/sysfs.h"
+#include "linux_host/volumes.h"
 #include "win32/win32.h"
 
 namespace linux_host {
@@ -23,6 +24,7 @@ struct Options {
   bool hostDisks = true;
   std::string sysfsRoot = "/sys";
   std::string devRoot = "/dev";
+  std::string mountinfo = "/proc/self/mountinfo";
   // Block devices or disk-image files given by path, after the host's disks.
   std::vector<std::string> disks;
 };
@@ -45,7 +47,7 @@ struct HostDisk {
   bool image = false;  // a path given in Options::disks
 };
 
-enum class ObjectKind { Disk, Event, DevInfo, Token, Find };
+enum class ObjectKind { Disk, Volume, Event, DevInfo, Token, Find };
 
 struct Object {
   explicit Object(ObjectKind k) : kind(k) {}
@@ -61,6 +63,11 @@ struct DiskObject : Object {
   FileMedium medium;
   std::unique_ptr<NvmeAdmin> nvme;    // the admin commands of an NVMe namespace
   std::unique_ptr<ScsiTarget> scsi;  // how SCSI pass-through reaches the disk
+};
+
+struct VolumeObject : Object {
+  VolumeObject() : Object(ObjectKind::Volume) {}
+  size_t volume = 0;  // index into Host::volumes()
 };
 
 struct EventObject : Object {
@@ -87,6 +94,11 @@ class Host {
   // The disks, listed on first use after configure(); without a configure(),
   // those the environment names (optionsFromEnvironment).
   const std::vector<HostDisk>& disks();
+  // The mounted file systems on those disks, with their drive letters; read
+  // on first use after the disks.
+  const std::vector<HostVolume>& volumes();
+  // The volume whose letter starts `path` ("C:\\", "c:", "\\\\.\\C:"), or null.
+  const HostVolume* volumeForPath(const std::string& path);
 
   HANDLE add(std::shared_ptr<Object> object);
   std::shared_ptr<Object> find(HANDLE handle) const;
@@ -104,7 +116,9 @@ class Host {
   Options options_;
   bool configured_ = false;
   bool listed_ = false;
+  bool volumesListed_ = false;
   std::vector<HostDisk> disks_;
+  std::vector<HostVolume> volumes_;
   std::map<uintptr_t, std::shared_ptr<Object>> handles_;
   uintptr_t nextHandle_ = 0x1000;
 };
@@ -131,6 +145,10 @@ uint32_t openDisk(size_t index, DiskObject& object);
 // True when the process may send raw commands to a disk: root, or the
 // CAP_SYS_RAWIO capability (system.cpp).
 bool holdsRawIo();
+
+// DeviceIoControl on a volume handle (volume_control.cpp).
+BOOL volumeControl(VolumeObject& volume, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
+                   LPDWORD returned);
 
 // DeviceIoControl on a disk handle (disk_control.cpp).
 BOOL diskControl(DiskObject& disk, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,

@@ -1,7 +1,7 @@
 // Hands the Linux host's functions to the seam. The rows left empty are
-// calls the module makes only for what a Linux host does not have (volumes
-// with drive letters and their files, pipes and programs, WMI's arrays);
-// the seam fails them with ERROR_CALL_NOT_IMPLEMENTED.
+// calls the module makes only for what this provider does not serve (files
+// on volumes, pipes and programs, WMI's arrays); the seam fails them with
+// ERROR_CALL_NOT_IMPLEMENTED.
 #include "linux_host/provider.h"
 
 namespace linux_host {
@@ -50,6 +50,12 @@ seam::Provider makeProvider() {
   SERVE(GetLogicalDriveStringsA);
   SERVE(GetLogicalDriveStringsW);
   SERVE(FindFirstVolumeW);
+  SERVE(GetDriveTypeA);
+  SERVE(GetDriveTypeW);
+  SERVE(GetVolumeInformationA);
+  SERVE(GetVolumeInformationW);
+  SERVE(GetDiskFreeSpaceExA);
+  SERVE(GetDiskFreeSpaceExW);
   SERVE(GetCurrentProcess);
   SERVE(OpenProcessToken);
   SERVE(LookupPrivilegeValueA);

@@ -1,8 +1,8 @@
 // The rest of the Win32 calls the module makes, as a Linux host answers them:
 // the tick counter and sleep on the monotonic clock, SetupAPI's list of the
 // disks, privileges (held with root or CAP_SYS_RAWIO), no controller
-// libraries, no COM classes (so no management queries), no programs to start
-// (so no file-system checker), and no volumes with drive letters.
+// libraries, no COM classes (so no management queries) and no programs to
+// start (so no file-system checker). Volumes are in volume_control.cpp.
 #include <errno.h>
 #include <time.h>
 #include <unistd.h>
@@ -163,27 +163,6 @@ BOOL SetupDiDestroyDeviceInfoList(HDEVINFO handle) {
   Host::instance().close(handle);
   return TRUE;
 }
-
-// --- Volumes: none with a drive letter ----------------------------------------
-
-DWORD GetLogicalDrives() {
-  SetLastError(ERROR_SUCCESS);
-  return 0;
-}
-
-DWORD GetLogicalDriveStringsA(DWORD length, LPSTR buffer) {
-  if (buffer != nullptr && length > 0) buffer[0] = '\0';
-  SetLastError(ERROR_SUCCESS);
-  return 0;
-}
-
-DWORD GetLogicalDriveStringsW(DWORD length, LPWSTR buffer) {
-  if (buffer != nullptr && length > 0) buffer[0] = 0;
-  SetLastError(ERROR_SUCCESS);
-  return 0;
-}
-
-HANDLE FindFirstVolumeW(LPWSTR, DWORD) { return fail(ERROR_NO_MORE_FILES, INVALID_HANDLE_VALUE); }
 
 // --- Privileges -----------------------------------------------------------------
 
