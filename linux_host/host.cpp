@@ -219,7 +219,7 @@ bool startsWithNoCase(const std::string& text, const std::string& prefix) {
   return true;
 }
 
-HANDLE openPath(const std::string& path, DWORD access) {
+HANDLE openPath(const std::string& path, DWORD access, DWORD disposition, DWORD flags) {
   Host& host = Host::instance();
   size_t index = host.disks().size();
   if (startsWithNoCase(path, "\\\\.\\PhysicalDrive")) {
@@ -233,6 +233,7 @@ HANDLE openPath(const std::string& path, DWORD access) {
       if (diskInterfacePath(host.disks()[i], i) == path) index = i;
     }
   }
+  if (path.size() >= 3 && path[1] == ':' && path[2] == '\\') return openFile(path, access, disposition, flags);
   if (path.size() == 6 && path.compare(0, 4, "\\\\.\\") == 0 && path[5] == ':') {
     const HostVolume* volume = host.volumeForPath(path);
     if (volume == nullptr) return fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
@@ -262,9 +263,22 @@ BOOL completeOverlapped(LPOVERLAPPED overlapped, DWORD error, DWORD done) {
 
 BOOL transfer(HANDLE file, uint8_t* buffer, DWORD length, LPDWORD done, LPOVERLAPPED overlapped, bool write) {
   if (done != nullptr) *done = 0;
+  if (buffer == nullptr && length > 0) return fail(ERROR_INVALID_PARAMETER, FALSE);
+  if (auto onVolume = Host::instance().findAs<FileObject>(file, ObjectKind::File)) {
+    const uint64_t at = overlapped != nullptr
+                            ? (static_cast<uint64_t>(overlapped->OffsetHigh) << 32) | overlapped->Offset
+                            : onVolume->position;
+    DWORD moved = 0;
+    const DWORD error = fileTransfer(*onVolume, at, buffer, length, write, &moved);
+    if (overlapped != nullptr) return completeOverlapped(overlapped, error, moved);
+    if (error != ERROR_SUCCESS) return fail(error, FALSE);
+    onVolume->position = at + moved;
+    if (done != nullptr) *done = moved;
+    SetLastError(ERROR_SUCCESS);
+    return TRUE;
+  }
   auto disk = Host::instance().findAs<DiskObject>(file, ObjectKind::Disk);
   if (!disk) return fail(ERROR_INVALID_HANDLE, FALSE);
-  if (buffer == nullptr && length > 0) return fail(ERROR_INVALID_PARAMETER, FALSE);
   const uint64_t offset =
       overlapped != nullptr ? (static_cast<uint64_t>(overlapped->OffsetHigh) << 32) | overlapped->Offset : disk->position;
   const uint32_t sector = disk->medium.logicalSectorSize();
@@ -294,14 +308,16 @@ BOOL CloseHandle(HANDLE handle) {
   return TRUE;
 }
 
-HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD disposition, DWORD flags,
+                   HANDLE) {
   if (name == nullptr) return fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
-  return openPath(name, access);
+  return openPath(name, access, disposition, flags);
 }
 
-HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD disposition, DWORD flags,
+                   HANDLE) {
   if (name == nullptr) return fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
-  return openPath(narrow(name), access);
+  return openPath(narrow(name), access, disposition, flags);
 }
 
 BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize, LPDWORD returned,
@@ -309,6 +325,8 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID 
   if (returned != nullptr) *returned = 0;
   auto volume = Host::instance().findAs<VolumeObject>(device, ObjectKind::Volume);
   if (volume) return volumeControl(*volume, code, in, inSize, out, outSize, returned);
+  auto file = Host::instance().findAs<FileObject>(device, ObjectKind::File);
+  if (file) return fileControl(*file, code, returned);
   auto disk = Host::instance().findAs<DiskObject>(device, ObjectKind::Disk);
   if (!disk) return fail(ERROR_INVALID_HANDLE, FALSE);
   return diskControl(*disk, code, in, inSize, out, outSize, returned);
@@ -324,11 +342,19 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOV
 
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPointer, DWORD moveMethod) {
   auto disk = Host::instance().findAs<DiskObject>(file, ObjectKind::Disk);
-  if (!disk) return fail(ERROR_INVALID_HANDLE, FALSE);
-  const int64_t size = static_cast<int64_t>(disk->medium.sectorCount() * disk->medium.logicalSectorSize());
+  auto onVolume = Host::instance().findAs<FileObject>(file, ObjectKind::File);
+  if (!disk && !onVolume) return fail(ERROR_INVALID_HANDLE, FALSE);
+  uint64_t& position = disk ? disk->position : onVolume->position;
+  int64_t size = 0;
+  if (disk) {
+    size = static_cast<int64_t>(disk->medium.sectorCount() * disk->medium.logicalSectorSize());
+  } else {
+    struct stat info {};
+    if (::fstat(onVolume->fd, &info) == 0) size = info.st_size;
+  }
   int64_t base = 0;
   if (moveMethod == FILE_CURRENT) {
-    base = static_cast<int64_t>(disk->position);
+    base = static_cast<int64_t>(position);
   } else if (moveMethod == FILE_END) {
     base = size;
   } else if (moveMethod != FILE_BEGIN) {
@@ -336,7 +362,7 @@ BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPoi
   }
   const int64_t target = base + distance.QuadPart;
   if (target < 0) return fail(ERROR_INVALID_PARAMETER, FALSE);
-  disk->position = static_cast<uint64_t>(target);
+  position = static_cast<uint64_t>(target);
   if (newPointer != nullptr) newPointer->QuadPart = target;
   return TRUE;
 }
@@ -356,9 +382,15 @@ DWORD SetFilePointer(HANDLE file, LONG distanceLow, PLONG distanceHigh, DWORD mo
 }
 
 BOOL GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) {
+  if (size == nullptr) return fail(ERROR_INVALID_PARAMETER, FALSE);
+  if (auto onVolume = Host::instance().findAs<FileObject>(file, ObjectKind::File)) {
+    struct stat info {};
+    if (::fstat(onVolume->fd, &info) != 0) return fail(win32ErrorOf(errno), FALSE);
+    size->QuadPart = info.st_size;
+    return TRUE;
+  }
   auto disk = Host::instance().findAs<DiskObject>(file, ObjectKind::Disk);
   if (!disk) return fail(ERROR_INVALID_HANDLE, FALSE);
-  if (size == nullptr) return fail(ERROR_INVALID_PARAMETER, FALSE);
   size->QuadPart = static_cast<LONGLONG>(disk->medium.sectorCount() * disk->medium.logicalSectorSize());
   return TRUE;
 }

@@ -47,7 +47,7 @@ struct HostDisk {
   bool image = false;  // a path given in Options::disks
 };
 
-enum class ObjectKind { Disk, Volume, Event, DevInfo, Token, Find };
+enum class ObjectKind { Disk, Volume, File, Event, DevInfo, Token, Find };
 
 struct Object {
   explicit Object(ObjectKind k) : kind(k) {}
@@ -68,6 +68,24 @@ struct DiskObject : Object {
 struct VolumeObject : Object {
   VolumeObject() : Object(ObjectKind::Volume) {}
   size_t volume = 0;  // index into Host::volumes()
+};
+
+// A file on a volume; closing the handle closes the descriptor, and unlinks
+// the file when it was opened delete-on-close (files.cpp).
+struct FileObject : Object {
+  FileObject() : Object(ObjectKind::File) {}
+  ~FileObject() override;
+  int fd = -1;
+  std::string path;  // the host's path
+  bool deleteOnClose = false;
+  uint64_t position = 0;
+};
+
+struct FindObject : Object {
+  FindObject() : Object(ObjectKind::Find) {}
+  std::string directory;
+  std::vector<std::string> names;
+  size_t next = 0;
 };
 
 struct EventObject : Object {
@@ -145,6 +163,16 @@ uint32_t openDisk(size_t index, DiskObject& object);
 // True when the process may send raw commands to a disk: root, or the
 // CAP_SYS_RAWIO capability (system.cpp).
 bool holdsRawIo();
+
+// "X:\\dir\\name" as the host's path under X:'s mount point; false when the
+// letter names no volume or the path would leave it (files.cpp).
+bool hostPathOf(const std::string& windowsPath, std::string* out);
+// CreateFile of a file on a volume.
+HANDLE openFile(const std::string& windowsPath, DWORD access, DWORD disposition, DWORD flags);
+BOOL fileControl(FileObject& file, DWORD code, LPDWORD returned);
+// pread or pwrite of `length` bytes at `offset`; *done the bytes moved
+// (fewer at the end of the file). 0 or the Win32 error.
+uint32_t fileTransfer(FileObject& file, uint64_t offset, uint8_t* buffer, DWORD length, bool write, DWORD* done);
 
 // DeviceIoControl on a volume handle (volume_control.cpp).
 BOOL volumeControl(VolumeObject& volume, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,

@@ -1,7 +1,7 @@
 // Hands the Linux host's functions to the seam. The rows left empty are
-// calls the module makes only for what this provider does not serve (files
-// on volumes, pipes and programs, WMI's arrays); the seam fails them with
-// ERROR_CALL_NOT_IMPLEMENTED.
+// calls the module makes only for what this provider does not serve (the
+// Windows and current directories, the module's own path, pipes and
+// programs, WMI's arrays); the seam fails them with ERROR_CALL_NOT_IMPLEMENTED.
 #include "linux_host/provider.h"
 
 namespace linux_host {
@@ -50,6 +50,26 @@ seam::Provider makeProvider() {
   SERVE(GetLogicalDriveStringsA);
   SERVE(GetLogicalDriveStringsW);
   SERVE(FindFirstVolumeW);
+  // Files on volumes (files.cpp).
+  SERVE(SetEndOfFile);
+  SERVE(SetFileValidData);
+  SERVE(FindFirstFileA);
+  SERVE(FindFirstFileW);
+  SERVE(FindNextFileA);
+  SERVE(FindNextFileW);
+  SERVE(FindClose);
+  SERVE(DeleteFileA);
+  SERVE(DeleteFileW);
+  SERVE(CreateDirectoryA);
+  SERVE(CreateDirectoryW);
+  SERVE(RemoveDirectoryA);
+  SERVE(RemoveDirectoryW);
+  SERVE(GetFileAttributesA);
+  SERVE(GetFileAttributesW);
+  SERVE(SetFileAttributesA);
+  SERVE(SetFileAttributesW);
+  SERVE(MoveFileExA);
+  SERVE(MoveFileExW);
   SERVE(GetDriveTypeA);
   SERVE(GetDriveTypeW);
   SERVE(GetVolumeInformationA);
