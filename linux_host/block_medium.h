@@ -1,7 +1,9 @@
 // A Linux host disk as bytes: a block device or a disk-image file, opened by
-// path. Reads use pread on a descriptor opened read-only; the descriptor for
-// writing is opened only when a write comes, so that a disk nobody writes to
-// is never open for writing.
+// path. Reads use pread on a descriptor opened read-only; on a block device
+// whole-sector reads go through a second descriptor opened with O_DIRECT, so
+// that a read test reaches the medium and not the page cache. The descriptor
+// for writing is opened only when a write comes, so that a disk nobody writes
+// to is never open for writing.
 #pragma once
 
 #include <cstdint>
@@ -42,7 +44,10 @@ class FileMedium : public BlockMedium {
 
  private:
   std::string path_;
+  uint32_t readDirect(uint64_t offset, uint8_t* out, uint32_t length);
+
   int readFd_ = -1;
+  int directFd_ = -1;  // O_DIRECT, block devices only; -1 when refused
   int writeFd_ = -1;
   bool blockDevice_ = false;
   uint32_t logical_ = 512;
