@@ -36,6 +36,7 @@ struct CommandLine {
   bool help = false;
   bool list = false;
   bool json = false;
+  bool jsonLines = false;  // --json-lines: events as they happen, one JSON object a line
   std::string moduleName;  // -M; empty when not given
   std::string libraryPath;  // --module; empty for the default
   std::string machine;      // --machine; empty when not given

@@ -120,14 +120,6 @@ bool setEnvironment(const std::string& name, const std::string& value) {
 #endif
 }
 
-bool clearEnvironment(const std::string& name) {
-#if defined(_WIN32)
-  return _putenv_s(name.c_str(), "") == 0;
-#else
-  return unsetenv(name.c_str()) == 0;
-#endif
-}
-
 ModuleLibrary::~ModuleLibrary() {
   if (handle_ == nullptr) return;
   if (instance_ != nullptr && release_ != nullptr) release_();

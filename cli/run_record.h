@@ -39,6 +39,7 @@ enum class RunOutcome {
 
 struct TestRecord {
   uint32_t deviceIndex = 0;
+  std::string deviceId;  // the component's own id, which --list shows as "(id N)"
   std::string deviceName;
   ItemId testId;
   std::string testKey;        // the test's name key, or its number when the module has no names
@@ -52,6 +53,9 @@ struct TestRecord {
 
   // The last non-empty message key of the run: what the summary shows.
   std::string lastMessage() const;
+  // The run ended ABORTED because the device stopped answering, not because
+  // anybody asked it to stop.
+  bool deviceLost() const;
 };
 
 // "1.1.4"

@@ -35,6 +35,53 @@ struct FaultSpec {
 
 std::string indexed(const std::string& path, size_t i) { return path + "[" + std::to_string(i) + "]"; }
 
+// The deepest nesting of objects and arrays a description may have. The
+// deepest the format itself needs is a handful of levels; the limit keeps a
+// hostile document from driving a recursive copy or comparison of the parsed
+// tree past the stack.
+constexpr size_t kMaxNesting = 64;
+
+std::string nestingError() {
+  return "(machine): nested deeper than " + std::to_string(kMaxNesting) + " levels of objects and arrays";
+}
+
+// The nesting depth of JSON text, counted without parsing: brackets inside
+// strings do not count. Stops counting once past the limit.
+bool textNestsTooDeep(const std::string& text) {
+  size_t depth = 0;
+  bool inString = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '{' || c == '[') {
+      if (++depth > kMaxNesting) return true;
+    } else if ((c == '}' || c == ']') && depth > 0) {
+      --depth;
+    }
+  }
+  return false;
+}
+
+// The same for a parsed document, walked with a stack of its own.
+bool treeNestsTooDeep(const json& root) {
+  std::vector<std::pair<const json*, size_t>> pending{{&root, 1}};
+  while (!pending.empty()) {
+    const auto [node, depth] = pending.back();
+    pending.pop_back();
+    if (!node->is_structured()) continue;
+    if (depth > kMaxNesting) return true;
+    for (const json& child : *node) pending.emplace_back(&child, depth + 1);
+  }
+  return false;
+}
+
 // capacitySectors (required) and logicalSectorSize of a profile.
 void readGeometry(DescriptionReader& r, MediaSpec* m) {
   if (r.require("capacitySectors")) r.unsignedInt("capacitySectors", &m->sectors, kMaxSectors);
@@ -528,6 +575,10 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
   std::string local;
   std::string* err = error != nullptr ? error : &local;
   err->clear();
+  if (treeNestsTooDeep(description)) {
+    *err = nestingError();
+    return nullptr;
+  }
   auto machine = std::make_unique<Machine>();
   machine->description = description;
   DescriptionReader r(description, "", err);
@@ -573,9 +624,18 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
 }
 
 std::unique_ptr<Machine> Machine::fromJsonText(const std::string& text, std::string* error) {
-  json j = json::parse(text, nullptr, false);
-  if (j.is_discarded()) {
-    if (error != nullptr) *error = "(machine): not valid JSON";
+  if (textNestsTooDeep(text)) {
+    if (error != nullptr) *error = nestingError();
+    return nullptr;
+  }
+  json j;
+  try {
+    j = json::parse(text);
+  } catch (const json::parse_error& failure) {
+    // Where the text went wrong, without the library's own prefix.
+    std::string where = failure.what();
+    const size_t at = where.find("parse error");
+    if (error != nullptr) *error = "(machine): not valid JSON: " + (at == std::string::npos ? where : where.substr(at));
     return nullptr;
   }
   return fromJson(j, error);
