@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev nlohmann-json3-dev
   g++-mingw-w64-x86-64
+  clang libclang-rt-14-dev
 )
 
 missing=()
