@@ -49,6 +49,7 @@ fuzz: fuzz-build
 	@fuzz/run.sh $(FUZZ_SECONDS)
 
 fuzz-smoke: fuzz-build
+	@ASAN_OPTIONS=detect_leaks=1 build-fuzz/fuzz/fault_matrix_sanitized --gtest_brief=1
 	@fuzz/run.sh $(FUZZ_SMOKE_SECONDS)
 
 clean:

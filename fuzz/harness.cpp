@@ -198,7 +198,12 @@ void runOnTransport(const uint8_t* data, size_t size, Feed feed, Recording recor
   static const std::vector<std::string> machines = transportMachines();
   if (size < 2) return;
   const std::string& base = machines[data[0] % machines.size()];
-  const uint8_t activity = data[1] % kActivities;
+  uint8_t activity = data[1] % kActivities;
+  // The extended seek tests are the quick ones with ten times the reads (40000
+  // per run, seconds under the sanitizers): what they parse, the quick ones
+  // parse too, so the fuzzer runs those instead. The fault matrix runs both.
+  if (activity == 8) activity = 3;
+  if (activity == 9) activity = 4;
   // A self test waits for the drive in timer ticks; a minute a tick lets a
   // drive that claims to need days end within the input's time.
   const std::string json =

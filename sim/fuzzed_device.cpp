@@ -59,7 +59,8 @@ AtaResponse FuzzedAtaDevice::executeAta(const AtaRequest& request) {
     case kFlipBytes:
       for (int n = (choice >> 3) % 8 + 1; n > 0; --n) {
         if (dataIn && (stream_->byte() & 1) == 0) {
-          request.data[stream_->word() % request.length] = stream_->byte();
+          const uint32_t at = stream_->word() % request.length;  // the place, then the value
+          request.data[at] = stream_->byte();
         } else {
           const uint8_t which = stream_->byte();
           setRegister(response.out, which, stream_->byte());
@@ -97,9 +98,11 @@ ScsiResponse FuzzedScsiTarget::executeScsi(const ScsiRequest& request) {
       for (int n = (choice >> 3) % 8 + 1; n > 0; --n) {
         const uint8_t target = stream_->byte() % 3;
         if (target == 0 && dataIn) {
-          request.data[stream_->word() % request.length] = stream_->byte();
+          const uint32_t at = stream_->word() % request.length;  // the place, then the value
+          request.data[at] = stream_->byte();
         } else if (target == 1 && !response.sense.empty()) {
-          response.sense[stream_->byte() % response.sense.size()] = stream_->byte();
+          const size_t at = stream_->byte() % response.sense.size();
+          response.sense[at] = stream_->byte();
         } else {
           response.status = stream_->byte();
         }

@@ -436,6 +436,12 @@ Outcome runCell(const Row& row, const Arming& arming) {
           outcome.problems.push_back(std::string("the tool fired ") + std::to_string(finish.size()) + " " + finishKey);
         } else {
           outcome.result = "status " + finish[0].values.back();
+          if (std::getenv("MODULE_STORAGE_FAULT_MATRIX_VERBOSE") != nullptr) {
+            std::string sectors;
+            for (const std::string& value : finish[0].output("SectorsInfo")) sectors += value + " ";
+            std::fprintf(stderr, "%s: %s, sectors %s\n", describe(row, arming.fault, arming).c_str(),
+                         outcome.result.c_str(), sectors.c_str());
+          }
         }
         if (sink.named("OnRecoverFinish").size() != 1) outcome.problems.push_back("no single OnRecoverFinish");
       }
