@@ -2,7 +2,7 @@
 # Debian 12 machine (as root).
 JOBS ?= 2
 
-.PHONY: all deps configure build test test-asan demo bench cross clean fuzz-build fuzz fuzz-smoke
+.PHONY: all deps configure build test test-asan demo bench cross clean deb fuzz-build fuzz fuzz-smoke
 
 all: build
 
@@ -27,6 +27,10 @@ test-asan: configure-asan
 
 demo: build
 	@cli/demo.sh build/cli/hwc_cli
+
+# The Debian package of the library, headers, hwc_cli and its manual, in build/packages/.
+deb: build
+	@cd build && cpack -G DEB
 
 # Compiles src/win32/ and every Win* source against the real Windows headers.
 cross: deps

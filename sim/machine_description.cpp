@@ -35,6 +35,53 @@ struct FaultSpec {
 
 std::string indexed(const std::string& path, size_t i) { return path + "[" + std::to_string(i) + "]"; }
 
+// The deepest nesting of objects and arrays a description may have. The
+// deepest the format itself needs is a handful of levels; the limit keeps a
+// hostile document from driving a recursive copy or comparison of the parsed
+// tree past the stack.
+constexpr size_t kMaxNesting = 64;
+
+std::string nestingError() {
+  return "(machine): nested deeper than " + std::to_string(kMaxNesting) + " levels of objects and arrays";
+}
+
+// The nesting depth of JSON text, counted without parsing: brackets inside
+// strings do not count. Stops counting once past the limit.
+bool textNestsTooDeep(const std::string& text) {
+  size_t depth = 0;
+  bool inString = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '{' || c == '[') {
+      if (++depth > kMaxNesting) return true;
+    } else if ((c == '}' || c == ']') && depth > 0) {
+      --depth;
+    }
+  }
+  return false;
+}
+
+// The same for a parsed document, walked with a stack of its own.
+bool treeNestsTooDeep(const json& root) {
+  std::vector<std::pair<const json*, size_t>> pending{{&root, 1}};
+  while (!pending.empty()) {
+    const auto [node, depth] = pending.back();
+    pending.pop_back();
+    if (!node->is_structured()) continue;
+    if (depth > kMaxNesting) return true;
+    for (const json& child : *node) pending.emplace_back(&child, depth + 1);
+  }
+  return false;
+}
+
 // capacitySectors (required) and logicalSectorSize of a profile.
 void readGeometry(DescriptionReader& r, MediaSpec* m) {
   if (r.require("capacitySectors")) r.unsignedInt("capacitySectors", &m->sectors, kMaxSectors);
@@ -295,6 +342,7 @@ void readScsiProfile(const json& j, const std::string& path, std::string* error,
   r.number("mrie", &p->mrie);
   if (p->mrie > 6) r.fail(r.pathOf("mrie"), "must be at most 6");
   r.boolean("writeCacheEnabled", &p->writeCacheEnabled);
+  r.boolean("healthQuirks", &p->healthQuirks);
   r.number("powerOnHours", &p->powerOnHours);
   const json* st = nullptr;
   if (r.object("selfTest", &st)) {
@@ -316,6 +364,7 @@ void readNvmeProfile(const json& j, const std::string& path, std::string* error,
   r.string("serial", &p->serial, 20);
   r.string("firmware", &p->firmware, 8);
   r.identifier("eui64", &p->eui64);
+  r.boolean("healthQuirks", &p->healthQuirks);
   readGeometry(r, m);
   const json* h = nullptr;
   if (r.object("health", &h)) {
@@ -383,13 +432,17 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   r.keep("partitions");
   r.keep("volumes");
   r.keep("files");
+  uint64_t layoutNeedsBytes = 0;  // read by the Windows face as it stands
+  r.unsignedInt("layoutNeedsBytes", &layoutNeedsBytes);
   const json* smartVersion = nullptr;
   if (r.object("smartGetVersion", &smartVersion)) {
     // Read by the Windows face as it stands; checked here so that a wrong
     // value is refused with its path instead of being ignored there.
     DescriptionReader v(*smartVersion, r.pathOf("smartGetVersion"), error);
     uint32_t capabilities = 0;
+    bool failsWithReply = false;
     v.number("capabilities", &capabilities);
+    v.boolean("failsWithReply", &failsWithReply);
     v.finish();
   }
 
@@ -528,6 +581,10 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
   std::string local;
   std::string* err = error != nullptr ? error : &local;
   err->clear();
+  if (treeNestsTooDeep(description)) {
+    *err = nestingError();
+    return nullptr;
+  }
   auto machine = std::make_unique<Machine>();
   machine->description = description;
   DescriptionReader r(description, "", err);
@@ -573,9 +630,18 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
 }
 
 std::unique_ptr<Machine> Machine::fromJsonText(const std::string& text, std::string* error) {
-  json j = json::parse(text, nullptr, false);
-  if (j.is_discarded()) {
-    if (error != nullptr) *error = "(machine): not valid JSON";
+  if (textNestsTooDeep(text)) {
+    if (error != nullptr) *error = nestingError();
+    return nullptr;
+  }
+  json j;
+  try {
+    j = json::parse(text);
+  } catch (const json::parse_error& failure) {
+    // Where the text went wrong, without the library's own prefix.
+    std::string where = failure.what();
+    const size_t at = where.find("parse error");
+    if (error != nullptr) *error = "(machine): not valid JSON: " + (at == std::string::npos ? where : where.substr(at));
     return nullptr;
   }
   return fromJson(j, error);

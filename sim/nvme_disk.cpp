@@ -31,6 +31,7 @@ ScsiProfile scsiProfileOf(const NvmeProfile& nvme) {
   p.formFactor = 0;
   p.selfTestSupported = false;
   p.mrie = 6;
+  p.healthQuirks = nvme.healthQuirks;
   return p;
 }
 

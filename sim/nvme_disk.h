@@ -31,6 +31,7 @@ struct NvmeProfile {
   std::string firmware = "1.0";          // FR
   uint64_t eui64 = 0x0025385A71B00001ULL;  // namespace EUI64; 0 when absent
   NvmeHealth health;
+  bool healthQuirks = false;  // the SCSI translation's; see ScsiProfile
 };
 
 class NvmeDisk : public ScsiDrive {

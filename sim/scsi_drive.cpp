@@ -42,6 +42,9 @@ constexpr uint8_t kForegroundShort = 5;
 constexpr uint8_t kForegroundExtended = 6;
 
 constexpr uint64_t kNoLba = 0xFFFFFFFFFFFFFFFFULL;
+// The vendor-specific ASC with which a healthQuirks target reports a
+// predicted failure in its sense data.
+constexpr uint16_t kAscVendorFailurePredicted = 0xD500;
 
 }  // namespace
 
@@ -50,6 +53,12 @@ ScsiDrive::ScsiDrive(ScsiProfile profile, std::shared_ptr<Media> media, std::sha
       media_(media ? std::move(media) : std::make_shared<Media>(512, 0)),
       clock_(clock ? std::move(clock) : std::make_shared<VirtualClock>()),
       log_(profile_.selfTestLog) {}
+
+// SPC: an allocation length of 0 moves no data. A target with healthQuirks
+// answers it with the whole page instead.
+size_t ScsiDrive::allocationOf(size_t allocation, size_t whole) const {
+  return allocation == 0 && profile_.healthQuirks ? whole : allocation;
+}
 
 uint16_t ScsiDrive::powerOnHours() const {
   return static_cast<uint16_t>(profile_.powerOnHours + clock_->nowMs() / 3600000);
@@ -223,9 +232,10 @@ ScsiResponse ScsiDrive::requestSense(const ScsiRequest& r) {
     info.sks[1] = static_cast<uint8_t>(progress >> 8);
     info.sks[2] = static_cast<uint8_t>(progress);
   } else if (profile_.failurePredicted && (profile_.iecFlags & 0x08) == 0 && profile_.mrie == 6) {
-    info.asc = kAscFailurePredicted;
+    info.asc = profile_.healthQuirks ? kAscVendorFailurePredicted : uint16_t{kAscFailurePredicted};
   }
-  const auto sense = buildSense(format, info);
+  auto sense = buildSense(format, info);
+  if (profile_.healthQuirks && sense.size() < r.cdb[4]) sense.resize(r.cdb[4], 0);
   return dataIn(r, sense.data(), sense.size(), r.cdb[4]);
 }
 
@@ -267,7 +277,7 @@ ScsiResponse ScsiDrive::logSense(const ScsiRequest& r) {
   }
   d[0] = page;
   putBe16(&d[2], static_cast<uint16_t>(d.size() - 4));
-  return dataIn(r, d.data(), d.size(), getBe16(c + 7));
+  return dataIn(r, d.data(), d.size(), allocationOf(getBe16(c + 7), d.size()));
 }
 
 // Self-test results page (0x10): twenty parameters of 20 bytes, code 1 the
@@ -375,7 +385,7 @@ ScsiResponse ScsiDrive::modeSense(const ScsiRequest& r) {
     d[2] = 0x10;
     d[3] = dbd ? 0 : 8;
   }
-  return dataIn(r, d.data(), d.size(), ten ? getBe16(c + 7) : c[4]);
+  return dataIn(r, d.data(), d.size(), allocationOf(ten ? getBe16(c + 7) : c[4], d.size()));
 }
 
 // MODE SELECT(6): 1 PF (bit 4) and SP (bit 0), 4 parameter list length.

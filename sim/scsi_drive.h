@@ -56,6 +56,12 @@ struct ScsiProfile {
   uint64_t shortTestSpan = 0;  // sectors the short test reads; 0: all
   uint32_t powerOnHours = 20000;
   std::vector<ScsiSelfTestEntry> selfTestLog;  // oldest first
+  // Off: the target follows SPC. On (machine key "healthQuirks"): a LOG
+  // SENSE or MODE SENSE with an allocation length of 0 returns the whole
+  // page, REQUEST SENSE returns its data padded to the full allocation
+  // length, and a predicted failure there carries the vendor ASC 0xD5 (the
+  // informational exceptions log page keeps 0x5D).
+  bool healthQuirks = false;
 };
 
 class ScsiDrive : public ScsiTarget {
@@ -90,6 +96,8 @@ class ScsiDrive : public ScsiTarget {
   void startSelfTest(uint8_t code, uint32_t seconds, uint64_t span);
   void finishSelfTest(uint8_t result, uint64_t failingLba);
   uint16_t powerOnHours() const;
+  // The allocation length a data-in command is answered to.
+  size_t allocationOf(size_t allocation, size_t whole) const;
 
   ScsiProfile profile_;
   std::shared_ptr<Media> media_;

@@ -321,9 +321,14 @@ BOOL driveLayout(const Disk& disk, const Block& b, LPDWORD returned) {
   const DriveLayout layout = readDriveLayout(*disk.media);
   const size_t header = offsetof(DRIVE_LAYOUT_INFORMATION_EX, PartitionEntry);
   const size_t need = header + layout.entries.size() * sizeof(PARTITION_INFORMATION_EX);
-  if (b.out == nullptr || b.outSize < std::max(need, sizeof(DRIVE_LAYOUT_INFORMATION_EX))) {
-    return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+  // "layoutNeedsBytes": the reply is refused as too small below that many
+  // bytes, as for a layout of that size.
+  size_t asked = std::max(need, sizeof(DRIVE_LAYOUT_INFORMATION_EX));
+  const auto needs = disk.description.find("layoutNeedsBytes");
+  if (needs != disk.description.end() && needs->is_number_unsigned()) {
+    asked = std::max<size_t>(asked, needs->get<uint64_t>());
   }
+  if (b.out == nullptr || b.outSize < asked) return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
   DRIVE_LAYOUT_INFORMATION_EX head{};
   head.PartitionStyle = layout.style;
   head.PartitionCount = static_cast<DWORD>(layout.entries.size());
@@ -360,6 +365,11 @@ BOOL smartVersion(const Disk& disk, const Block& b, LPDWORD returned) {
     v.fCapabilities = (*it)["capabilities"].get<DWORD>();
   }
   std::memcpy(b.out, &v, sizeof(v));
+  // A driver that fills the whole reply and still reports a failure.
+  if (it != disk.description.end() && it->is_object() && it->value("failsWithReply", false)) {
+    if (returned != nullptr) *returned = sizeof(v);
+    return fail(ERROR_GEN_FAILURE, FALSE);
+  }
   return done(returned, sizeof(v));
 }
 

@@ -81,8 +81,13 @@ Machine* Face::machine() {
     if (named != nullptr && *named != '\0') {
       std::string error;
       auto loaded = Machine::load(named, &error);
-      // A description that can't be loaded leaves the PC without disks.
-      if (loaded) install(std::move(loaded), &error);
+      // A description that can't be loaded leaves the PC without disks, and
+      // the reason (the field's path and what is wrong with it) is left in
+      // MODULE_STORAGE_MACHINE_ERROR: the three exports have no other way to
+      // tell a host why it sees no disks.
+      if (!loaded || !install(std::move(loaded), &error)) {
+        setenv("MODULE_STORAGE_MACHINE_ERROR", error.empty() ? "the machine could not be built" : error.c_str(), 1);
+      }
     }
   }
   return machine_.get();

@@ -486,6 +486,29 @@ TEST_F(DiskFaceTest, TheEnvironmentNamesTheMachineOnTheFirstCall) {
   unsetenv("MODULE_STORAGE_MACHINE");
 }
 
+TEST_F(DiskFaceTest, ADescriptionThatCannotBeLoadedLeavesItsReasonInTheEnvironment) {
+  unsetenv("MODULE_STORAGE_MACHINE_ERROR");
+  setenv("MODULE_STORAGE_MACHINE", R"({"disks": [{"name": "a", "kind": "emmc", "profile": {"capacitySectors": 8}, "speed": 1}]})", 1);
+  resetToEnvironment();
+  EXPECT_EQ(installedMachine(), nullptr);
+  const char* reason = std::getenv("MODULE_STORAGE_MACHINE_ERROR");
+  ASSERT_NE(reason, nullptr);
+  EXPECT_EQ(std::string(reason), "disks[0].speed: unknown key");
+
+  // A description the face itself refuses (its partitions) says so too.
+  setenv("MODULE_STORAGE_MACHINE",
+         R"({"disks": [{"name": "a", "kind": "emmc", "profile": {"capacitySectors": 4096},
+             "partitions": {"scheme": "apm", "entries": []}}]})",
+         1);
+  resetToEnvironment();
+  EXPECT_EQ(installedMachine(), nullptr);
+  reason = std::getenv("MODULE_STORAGE_MACHINE_ERROR");
+  ASSERT_NE(reason, nullptr);
+  EXPECT_NE(std::string(reason).find("partitions.scheme"), std::string::npos) << reason;
+  unsetenv("MODULE_STORAGE_MACHINE");
+  unsetenv("MODULE_STORAGE_MACHINE_ERROR");
+}
+
 }  // namespace
 }  // namespace testing
 }  // namespace windows

@@ -45,6 +45,10 @@ bool ScanTool::deviceIsReady() {
   return isUsableForRead(device, &quietListener, &quietLog) && checkReadable(device, &quietListener, &quietLog);
 }
 
+uint64_t ScanTool::sectorInChunk(uint64_t reported, uint64_t first, uint64_t count) {
+  return reported < first || reported - first >= count ? first : reported;
+}
+
 uint8_t ScanTool::percentOf(uint64_t position, uint64_t span) {
   const double percent = static_cast<double>(position) * 100.0 / static_cast<double>(span - 1);
   // The percent is truncated to a 32-bit integer and kept to 8 bits. With no
@@ -113,7 +117,7 @@ uint32_t ScanTool::run(DevicePlan&, int) {
         abort();
         return kToolStatusDeviceUnusable;
       }
-      if (badLba < lba || badLba >= lba + chunk) badLba = lba;
+      badLba = sectorInChunk(badLba, lba, chunk);
       if (aborted == 0) {
         // The long second chance: a sector is bad only when it fails with a
         // media error twice. Any other second failure passes it over.

@@ -109,6 +109,24 @@ TEST_F(LsiOnSimulatedPc, ControllersOfEachLibraryAreListedWithThePrefixOfTheirFl
   EXPECT_EQ(mr->getArrays().size(), 1u);
 }
 
+TEST_F(LsiOnSimulatedPc, AControllerOfTheThirdLibraryIsListedWithItsOwnPrefixAndKind) {
+  ASSERT_NE(installJson(lsiMachine(R"("libraries": ["storelibir-2.dll"],
+    "lsiControllers": [{"library": "storelibir-2.dll", "id": 7, "model": "SAS2308",
+                        "drives": [{"deviceId": 5, "disk": "m2"}]}])")),
+            nullptr);
+  RaidComponentManager raid(ItemId(0, 0, 0));
+  EXPECT_TRUE(raid.hasDevices());
+  raid.refresh();
+  ASSERT_EQ(raid.getComponentCount(), 1u);
+  auto* ir2 = dynamic_cast<LsiRaidComponent*>(raid.getComponent(0));
+  ASSERT_NE(ir2, nullptr);
+  EXPECT_EQ(ir2->getId(), "ir2-7");
+  EXPECT_EQ(ir2->getControllerKind(), static_cast<uint32_t>(kControllerLsiIr2));
+  EXPECT_EQ(ir2->getControllerHandle(), 7u);
+  EXPECT_NE(kControllerLsiIr2, kControllerLsiIr);
+  EXPECT_EQ(ir2->getDescription().name.rfind("SAS2308", 0), 0u);
+}
+
 TEST_F(LsiOnSimulatedPc, DiscoveryListsTheDrivesBehindTheControllersAfterTheInternalDisk) {
   ASSERT_NE(installJson(lsiMachine()), nullptr);
   manager = std::make_unique<StorageComponentManager>(ItemId(1, 0, 1));
