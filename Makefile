@@ -2,7 +2,7 @@
 # Debian 12 machine (as root).
 JOBS ?= 2
 
-.PHONY: all deps configure build test test-asan demo bench cross clean deb
+.PHONY: all deps configure build test test-asan test-fidelity demo bench cross clean deb fuzz-build fuzz fuzz-smoke
 
 all: build
 
@@ -17,6 +17,12 @@ build: configure
 
 test: build
 	@ctest --preset default
+
+# Unmodified smartctl, sg3_utils and sdparm against every disk of the built-in
+# machine, their SG_IO served by the simulated disks; see fidelity/.
+test-fidelity: build
+	@scripts/install-fidelity-deps.sh
+	@python3 fidelity/check_tools.py --build build
 
 configure-asan: deps
 	@cmake --preset asan >/dev/null
@@ -39,5 +45,22 @@ cross: deps
 bench: build
 	@if [ -d build/bench ]; then for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done; fi
 
+# libFuzzer targets (clang, AddressSanitizer, UndefinedBehaviorSanitizer) in
+# build-fuzz/: `make fuzz` runs each for FUZZ_SECONDS, `make fuzz-smoke` for
+# FUZZ_SMOKE_SECONDS (CI). fuzz/run.sh prints executions per target.
+FUZZ_SECONDS ?= 600
+FUZZ_SMOKE_SECONDS ?= 10
+
+fuzz-build: deps
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz -j $(JOBS)
+
+fuzz: fuzz-build
+	@fuzz/run.sh $(FUZZ_SECONDS)
+
+fuzz-smoke: fuzz-build
+	@ASAN_OPTIONS=detect_leaks=1 build-fuzz/fuzz/fault_matrix_sanitized --gtest_brief=1
+	@fuzz/run.sh $(FUZZ_SMOKE_SECONDS)
+
 clean:
-	@rm -rf build build-asan build-cross
+	@rm -rf build build-asan build-cross build-fuzz

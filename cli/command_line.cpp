@@ -48,7 +48,7 @@ bool splitTests(const std::string& list, const std::string& argument, Diagnostic
 }
 
 // Options of the front end that take a value, as --name VALUE or --name=VALUE.
-const char* const kValueOptions[] = {"--module", "--machine", "--param", "--answer", "--recover", "--report",
+const char* const kValueOptions[] = {"--module", "--machine", "--disk", "--param", "--answer", "--recover", "--report",
                                      "--metrics"};
 
 bool isValueOption(const std::string& name) {
@@ -68,10 +68,18 @@ bool applyValueOption(const std::string& name, const std::string& value, const s
     line.libraryPath = value;
   } else if (name == "--machine") {
     if (value.empty()) {
-      error = "empty machine in '" + argument + "' (give a file or 'default')";
+      error = "empty machine in '" + argument + "' (give a file, 'default' or 'host')";
       return false;
     }
     line.machine = value;
+  } else if (name == "--disk") {
+    // The module receives the paths joined by ':', so a path can't hold one.
+    if (value.empty() || value.find(':') != std::string::npos) {
+      error = value.empty() ? "empty disk path in '" + argument + "'"
+                            : "disk path '" + value + "' in '" + argument + "' holds a ':', which hwc_cli can't pass on";
+      return false;
+    }
+    line.disks.push_back(value);
   } else if (name == "--param") {
     ParameterSetting setting;
     setting.argument = argument;
@@ -260,6 +268,9 @@ std::string usageText() {
          "  --help, -h               this text, then the module's own help\n"
          "  --list                   the devices with their details, and the tests offered\n"
          "  --machine FILE|default   run on a simulated PC described by FILE, or the built-in one\n"
+         "  --machine host           run on this host's own disks (the default without --disk)\n"
+         "  --disk PATH              test a disk-image file or block device as a disk (repeatable);\n"
+         "                           alone, only the disks given; with --machine host, as well\n"
          "  --module PATH            load the module library from PATH\n"
          "  --param SECTION.KEY=VALUE  a test parameter, as STORAGE.SEC_NUM=1 (repeatable)\n"
          "  --answer N               answer N to every question of a run (repeatable: in order);\n"
@@ -282,8 +293,9 @@ std::string usageText() {
          "  hwc_cli -Mstorage --machine default --list     the disks of the built-in simulated PC\n"
          "  hwc_cli -Mstorage --machine default -Q\"m,t\" 0  SMART status and targeted read on disk 0\n"
          "  hwc_cli -Mstorage --machine my-pc.json -E      the Extended diagnostic on a described PC\n"
-         "  On Linux the module finds disks only on a machine named by --machine (or the\n"
-         "  variable MODULE_STORAGE_MACHINE); without one it sees a PC without disks.\n"
+         "  hwc_cli -Mstorage --disk disk.img -Q            the Quick diagnostic on a disk image\n"
+         "  Without --machine or --disk the module tests this host's own disks, which\n"
+         "  needs root or the CAP_SYS_RAWIO capability.\n"
          "  docs/TESTS.md tells what each test does, on which disks, and what it can find.\n"
          "\n"
          "Exit status: 0 every test that ran passed, 1 a test failed or bad sectors were found,\n"

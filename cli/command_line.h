@@ -40,6 +40,7 @@ struct CommandLine {
   std::string moduleName;  // -M; empty when not given
   std::string libraryPath;  // --module; empty for the default
   std::string machine;      // --machine; empty when not given
+  std::vector<std::string> disks;  // --disk, in order
   std::vector<ParameterSetting> parameters;
   std::vector<uint32_t> answers;  // --answer, in order
   std::string recoverOperation;   // --recover; empty when not given

@@ -37,6 +37,8 @@ namespace hwc {
 namespace {
 
 constexpr const char* kMachineVariable = "MODULE_STORAGE_MACHINE";
+// The disk-image files and block devices of --disk, joined by ':'.
+constexpr const char* kDisksVariable = "MODULE_STORAGE_DISKS";
 // Where the simulated PC leaves the reason a description could not be used.
 constexpr const char* kMachineErrorVariable = "MODULE_STORAGE_MACHINE_ERROR";
 
@@ -207,11 +209,32 @@ int Session::run() {
   if (line_.help && !machineOutput()) std::fputs(usageText().c_str(), out());
 
   if (!line_.machine.empty()) {
-    if (line_.machine != "default" && !fileExists(line_.machine)) {
+    if (line_.machine != "default" && line_.machine != "host" && !fileExists(line_.machine)) {
       return fail(kExitUsage, "machine file '" + line_.machine + "' given to --machine does not exist");
+    }
+    if (!line_.disks.empty() && line_.machine != "host") {
+      return fail(kExitUsage, "--disk adds disks to this host, not to a simulated machine (use --machine host or "
+                              "leave --machine out)");
     }
     setEnvironment(kMachineVariable, line_.machine);
     document_["machine"] = line_.machine;
+  }
+  if (!line_.disks.empty()) {
+    std::string joined;
+    for (const std::string& disk : line_.disks) {
+      if (!fileExists(disk)) return fail(kExitUsage, "disk '" + disk + "' given to --disk does not exist");
+      joined += (joined.empty() ? "" : ":") + disk;
+    }
+    setEnvironment(kDisksVariable, joined);
+    // Without --machine the module serves the given disks alone.
+    if (line_.machine.empty()) clearEnvironment(kMachineVariable);
+    document_["disks"] = line_.disks;
+  }
+  if (!machineOutput() && (line_.machine == "host" || !line_.disks.empty())) {
+    std::fprintf(out(), "hwc_cli: machine: %s\n",
+                 line_.machine == "host" ? (line_.disks.empty() ? "this host's own disks"
+                                                                : "this host's own disks and the disks given by --disk")
+                                         : "the disks given by --disk");
   }
 
   ModuleLibrary library;
@@ -275,12 +298,15 @@ int Session::run() {
   const std::string problem = machineProblem();
   if (!problem.empty()) return fail(kExitUsage, problem + " (docs/machine-description.md gives the format)", false);
   const uint32_t count = static_cast<uint32_t>(manager->getComponentCount());
-  // Where no machine is named, the simulated PC has no disks: say how to name one.
+  // Where no machine is named the module serves this host's own disks, which
+  // it may not be allowed to open: say what is needed and where else to look.
   const char* namedMachine = std::getenv(kMachineVariable);
-  const std::string noDevicesHint = namedMachine == nullptr || *namedMachine == '\0'
-                                        ? " (no machine was named: on the simulated PC the module sees disks only on "
-                                          "a machine named by --machine, as in --machine default)"
-                                        : "";
+  const bool onHost = line_.disks.empty() && (namedMachine == nullptr || *namedMachine == '\0' ||
+                                               std::string(namedMachine) == "host");
+  const std::string noDevicesHint =
+      onHost ? " on this host (reading a disk needs root or the CAP_SYS_RAWIO capability; "
+               "--machine default runs on the built-in simulated PC, --disk PATH tests a disk image)"
+             : "";
   outputs_.setManager(manager);
 
   nlohmann::json devices = nlohmann::json::array();

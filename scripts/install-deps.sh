@@ -14,6 +14,8 @@ packages=(
   chromium python3-prometheus-client
   # the Debian package (dpkg-shlibdeps) and a check of the manual page
   dpkg-dev groff-base
+  # libFuzzer and the sanitizer runtimes for make fuzz
+  clang libclang-rt-14-dev
 )
 
 missing=()

@@ -1,5 +1,6 @@
 // The sparse sector store of a simulated disk.
 #include "sim/media.h"
+#include "sim/media_reads.h"
 
 #include <algorithm>
 #include <cstring>
@@ -8,6 +9,18 @@
 #include "sim/journal.h"
 
 namespace sim {
+
+namespace {
+MediaReadListener& readListener() {
+  static MediaReadListener listener;
+  return listener;
+}
+void tellRead(const Media& media, uint64_t lba, uint64_t count) {
+  if (readListener()) readListener()(media, lba, count);
+}
+}  // namespace
+
+void setMediaReadListener(MediaReadListener listener) { readListener() = std::move(listener); }
 
 Media::Media(uint32_t sectorSize, uint64_t sectorCount)
     : sectorSize_(sectorSize == 0 ? 512 : sectorSize), sectorCount_(sectorCount) {}
@@ -56,6 +69,7 @@ void Media::fillSector(uint64_t lba, uint8_t* out) const {
 
 MediaResult Media::read(uint64_t lba, uint64_t count, uint8_t* out, uint64_t* failedLba) const {
   if (lba > sectorCount_ || count > sectorCount_ - lba) return MediaResult::OutOfRange;
+  if (count != 0) tellRead(*this, lba, count);
   const uint64_t end = lba + count;
   uint64_t at = lba;
   while (at < end) {
@@ -281,6 +295,7 @@ void Media::markUnreadable(uint64_t lba, UnreadableKind kind) {
 void Media::clearUnreadable(uint64_t lba) { unreadable_.erase(lba); }
 
 bool Media::firstUnreadable(uint64_t first, uint64_t last, uint64_t* lba) const {
+  if (last >= first) tellRead(*this, first, last - first + 1);
   auto it = unreadable_.lower_bound(first);
   if (it == unreadable_.end() || it->first > last) return false;
   if (lba != nullptr) *lba = it->first;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "sim/journal.h"
+#include "sim/media_reads.h"
 
 namespace sim {
 namespace {
@@ -23,6 +24,22 @@ TEST(Media, FourTebibyteMediaAllocatesNothingUntilWritten) {
   std::vector<uint8_t> back(512);
   ASSERT_EQ(media.read(media.sectorCount() - 1, 1, back.data()), MediaResult::Ok);
   EXPECT_EQ(back, data);
+}
+
+TEST(Media, ReadListenerIsToldOfEveryRangeReadOrScannedWithItsMedia) {
+  Media media(512, 100);
+  Media other(512, 100);
+  std::vector<std::pair<uint64_t, uint64_t>> seen;
+  setMediaReadListener([&](const Media& from, uint64_t lba, uint64_t count) {
+    if (&from == &media) seen.emplace_back(lba, count);
+  });
+  std::vector<uint8_t> buffer(512 * 4);
+  EXPECT_EQ(media.read(10, 4, buffer.data()), MediaResult::Ok);
+  EXPECT_EQ(other.read(30, 1, buffer.data()), MediaResult::Ok);
+  EXPECT_FALSE(media.firstUnreadable(50, 59, nullptr));
+  setMediaReadListener(nullptr);
+  EXPECT_EQ(media.read(20, 1, buffer.data()), MediaResult::Ok);
+  EXPECT_EQ(seen, (std::vector<std::pair<uint64_t, uint64_t>>{{10, 4}, {50, 10}}));
 }
 
 TEST(Media, UnwrittenSectorsReadAsTheFill) {

@@ -80,6 +80,10 @@ ComUsage comUsage() {
 
 }  // namespace sim
 
+// The Win32 functions this file serves, handed to the seam by provider.cpp.
+namespace sim {
+namespace api {
+
 using sim::windows::callFails;
 using sim::windows::management;
 using sim::windows::noteCall;
@@ -263,3 +267,6 @@ HRESULT SafeArrayDestroy(SAFEARRAY* array) {
   --management().liveArrays;
   return S_OK;
 }
+
+}  // namespace api
+}  // namespace sim

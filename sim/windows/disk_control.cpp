@@ -318,35 +318,18 @@ BOOL geometry(const Disk& disk, bool extended, const Block& b, LPDWORD returned)
 
 BOOL driveLayout(const Disk& disk, const Block& b, LPDWORD returned) {
   if (!disk.media) return fail(ERROR_NOT_READY, FALSE);
-  const DriveLayout layout = readDriveLayout(*disk.media);
-  const size_t header = offsetof(DRIVE_LAYOUT_INFORMATION_EX, PartitionEntry);
-  const size_t need = header + layout.entries.size() * sizeof(PARTITION_INFORMATION_EX);
   // "layoutNeedsBytes": the reply is refused as too small below that many
   // bytes, as for a layout of that size.
-  size_t asked = std::max(need, sizeof(DRIVE_LAYOUT_INFORMATION_EX));
   const auto needs = disk.description.find("layoutNeedsBytes");
-  if (needs != disk.description.end() && needs->is_number_unsigned()) {
-    asked = std::max<size_t>(asked, needs->get<uint64_t>());
+  if (needs != disk.description.end() && needs->is_number_unsigned() &&
+      (b.out == nullptr || b.outSize < needs->get<uint64_t>())) {
+    return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
   }
-  if (b.out == nullptr || b.outSize < asked) return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-  DRIVE_LAYOUT_INFORMATION_EX head{};
-  head.PartitionStyle = layout.style;
-  head.PartitionCount = static_cast<DWORD>(layout.entries.size());
-  if (layout.style == PARTITION_STYLE_MBR) {
-    head.Mbr.Signature = layout.mbrSignature;
-  } else if (layout.style == PARTITION_STYLE_GPT) {
-    head.Gpt.DiskId = layout.diskId;
-    head.Gpt.StartingUsableOffset.QuadPart = static_cast<LONGLONG>(layout.usableFirst);
-    head.Gpt.UsableLength.QuadPart = static_cast<LONGLONG>(layout.usableLength);
-    head.Gpt.MaxPartitionCount = layout.maxPartitionCount;
+  DWORD bytes = 0;
+  if (!seam::driveLayoutReply(readDriveLayout(*disk.media), b.out, b.outSize, &bytes)) {
+    return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
   }
-  std::memset(b.out, 0, need);
-  std::memcpy(b.out, &head, header);
-  for (size_t i = 0; i < layout.entries.size(); ++i) {
-    std::memcpy(b.out + header + i * sizeof(PARTITION_INFORMATION_EX), &layout.entries[i],
-                sizeof(PARTITION_INFORMATION_EX));
-  }
-  return done(returned, static_cast<DWORD>(need));
+  return done(returned, bytes);
 }
 
 BOOL smartVersion(const Disk& disk, const Block& b, LPDWORD returned) {

@@ -11,14 +11,13 @@
 
 #include "sim/lsi_controller.h"
 #include "sim/windows/face_state.h"
+#include "sim/windows/provider.h"
 #include "sim/windows/wmi_state.h"
 
 namespace sim {
 namespace windows {
 
 namespace {
-thread_local DWORD gLastError = ERROR_SUCCESS;
-
 // The journal file of a machine loaded from the environment, written when the
 // process ends (see face.h).
 std::string& journalPath() {
@@ -357,12 +356,19 @@ std::string diskInterfacePath(const Machine& machine, size_t disk) {
 }  // namespace windows
 
 bool installMachine(std::unique_ptr<Machine> machine, std::string* error) {
+  seam::choose(windowsProvider());
   return windows::Face::instance().install(std::move(machine), error);
 }
 
-void uninstallMachine() { windows::Face::instance().uninstall(); }
+void uninstallMachine() {
+  seam::choose(windowsProvider());
+  windows::Face::instance().uninstall();
+}
 
-void resetToEnvironment() { windows::Face::instance().resetToEnvironment(); }
+void resetToEnvironment() {
+  windows::Face::instance().resetToEnvironment();
+  seam::forgetChoice();
+}
 
 Machine* installedMachine() { return windows::Face::instance().machine(); }
 
@@ -374,12 +380,12 @@ bool privilegeEnabled(const std::string& name) {
 
 }  // namespace sim
 
+// The Win32 functions this file serves, handed to the seam by provider.cpp.
+namespace sim {
+namespace api {
+
 using sim::windows::Face;
 using sim::windows::fail;
-
-DWORD GetLastError() { return sim::windows::gLastError; }
-
-void SetLastError(DWORD code) { sim::windows::gLastError = code; }
 
 BOOL CloseHandle(HANDLE handle) {
   if (!Face::instance().close(handle)) return fail(ERROR_INVALID_HANDLE, FALSE);
@@ -446,7 +452,7 @@ HANDLE CreateEventA(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, 
 }
 
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCWSTR) {
-  return CreateEventA(security, manualReset, initialState, nullptr);
+  return api::CreateEventA(security, manualReset, initialState, nullptr);
 }
 
 BOOL SetEvent(HANDLE handle) {
@@ -462,3 +468,6 @@ BOOL ResetEvent(HANDLE handle) {
   event->signaled = false;
   return TRUE;
 }
+
+}  // namespace api
+}  // namespace sim

@@ -322,6 +322,10 @@ void settlePending(Face& face) {
 }  // namespace windows
 }  // namespace sim
 
+// The Win32 functions this file serves, handed to the seam by provider.cpp.
+namespace sim {
+namespace api {
+
 using sim::windows::Face;
 using sim::windows::fail;
 
@@ -431,3 +435,6 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
   settlePending(face);
   return signalled() ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
+
+}  // namespace api
+}  // namespace sim

@@ -555,6 +555,10 @@ void simulateReboot() {
 
 }  // namespace sim
 
+// The Win32 functions this file serves, handed to the seam by provider.cpp.
+namespace sim {
+namespace api {
+
 using sim::windows::Face;
 using sim::windows::fail;
 using sim::windows::narrow;
@@ -671,3 +675,6 @@ UINT GetSystemWindowsDirectoryA(LPSTR buffer, UINT size) {
 UINT GetSystemWindowsDirectoryW(LPWSTR buffer, UINT size) {
   return sim::windows::copyOut(sim::windows::kWindowsDirectory, buffer, size);
 }
+
+}  // namespace api
+}  // namespace sim

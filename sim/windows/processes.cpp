@@ -139,6 +139,10 @@ void registerLibraryFunction(const std::string& library, const std::string& symb
 
 }  // namespace sim
 
+// The Win32 functions this file serves, handed to the seam by provider.cpp.
+namespace sim {
+namespace api {
+
 using sim::windows::Face;
 using sim::windows::fail;
 
@@ -330,3 +334,6 @@ BOOL FreeLibrary(HMODULE module) {
   face.close(module);
   return TRUE;
 }
+
+}  // namespace api
+}  // namespace sim

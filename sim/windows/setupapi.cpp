@@ -36,6 +36,10 @@ std::shared_ptr<DevInfoObject> findSet(HDEVINFO set) { return Face::instance().f
 }  // namespace windows
 }  // namespace sim
 
+// The Win32 functions this file serves, handed to the seam by provider.cpp.
+namespace sim {
+namespace api {
+
 using sim::windows::Face;
 using sim::windows::fail;
 
@@ -144,3 +148,6 @@ BOOL SetupDiDestroyDeviceInfoList(HDEVINFO handle) {
   face.close(handle);
   return TRUE;
 }
+
+}  // namespace api
+}  // namespace sim

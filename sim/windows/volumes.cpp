@@ -410,6 +410,10 @@ BOOL volumeControl(Face& face, VolumeObject& object, DWORD code, LPVOID in, DWOR
 }  // namespace windows
 }  // namespace sim
 
+// The Win32 functions this file serves, handed to the seam by provider.cpp.
+namespace sim {
+namespace api {
+
 using sim::windows::Face;
 using sim::windows::fail;
 
@@ -606,3 +610,6 @@ BOOL GetVolumePathNamesForVolumeNameW(LPCWSTR volumeName, LPWSTR pathNames, DWOR
   std::copy(list.begin(), list.end(), pathNames);
   return TRUE;
 }
+
+}  // namespace api
+}  // namespace sim

@@ -183,15 +183,21 @@ TEST_F(LsiOnSimulatedPc, ASataDriveBehindTheControllerIsTestedThroughTheTranslat
   manager = std::make_unique<StorageComponentManager>(ItemId(1, 0, 1));
   manager->refresh();
   ASSERT_EQ(manager->getComponentCount(), 4u);
-  // The component keeps the SCSI protocol; the translation has no
-  // informational exceptions mode page, so SMART counts as unsupported.
+  // The component keeps the SCSI protocol. The translation carries the
+  // informational exceptions mode page, as SAT has it, so SMART counts as
+  // supported and is switched on through MODE SELECT; the verdict is then
+  // asked for as from a SAS drive, by the informational exceptions log page
+  // and REQUEST SENSE, whose 18 sense bytes are too few for the SCSI
+  // protocol's verdict: the test can't be done.
   SmartStatusTest test(ItemId(1, 1, 1));
   mstest::RecordingListener listener;
   mstest::RecordingLog log;
   mstest::ScriptedRunContext context(component(1), &listener, &log);
   EXPECT_EQ(test.run(&context), NOT_APPLICABLE);
-  ASSERT_FALSE(log.lines.empty());
-  EXPECT_EQ(log.lines[0].message, "SMART_NOT_SUPPORTED");
+  const std::vector<uint8_t> translated = pc->journal().opcodesTo("m0.scsi");
+  for (uint8_t opcode : {0x1A, 0x15, 0x4D, 0x03}) {
+    EXPECT_NE(std::find(translated.begin(), translated.end(), opcode), translated.end()) << int{opcode};
+  }
   // The drive's own ATA commands still reach it through STP.
   std::vector<uint8_t> block(512, 0);
   IdentifyDevice identify(block.data());

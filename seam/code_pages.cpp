@@ -1,5 +1,5 @@
-// The code-page conversions of the simulated Windows. Only UTF-8 (65001) is
-// known, and it is also the OEM code page (CP_OEMCP), as on a Windows set to
+// The code-page conversions of the non-Windows builds, the same whichever
+// provider serves the rest of the seam. Only UTF-8 (65001) is known, and it is also the OEM code page (CP_OEMCP), as on a Windows set to
 // use UTF-8 for the console; a bad sequence becomes U+FFFD unless the caller
 // asked for an error, as Windows does from Vista on.
 #include <string>

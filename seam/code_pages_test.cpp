@@ -1,4 +1,4 @@
-// The simulated Windows' UTF-8 conversions, checked against hand-encoded
+// The seam's UTF-8 conversions, checked against hand-encoded
 // bytes of the Unicode standard's examples.
 #include <gtest/gtest.h>
 

@@ -1,0 +1,73 @@
+// SCSI commands to an NVMe namespace, translated as the NVM Express SCSI
+// translation reference describes for what the module asks: the health of
+// the device from the SMART / Health Information log (REQUEST SENSE, LOG
+// SENSE informational exceptions), its temperature (LOG SENSE temperature),
+// the log pages supported; everything a block device can answer (INQUIRY
+// with the identity sysfs gives, READ CAPACITY, READ, VERIFY, WRITE) is
+// served from the namespace's block device as for any disk. The admin
+// commands go through NVME_IOCTL_ADMIN_CMD; the builders are pure so that
+// they are tested against recorded log pages.
+#pragma once
+
+#include <linux/nvme_ioctl.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "linux_host/block_scsi.h"
+
+namespace linux_host {
+
+// The admin commands the translation sends.
+class NvmeAdmin {
+ public:
+  virtual ~NvmeAdmin() = default;
+  // Get Log Page: `length` bytes of log `logId` into `out`. 0 or a Win32 error.
+  virtual uint32_t getLogPage(uint8_t logId, uint32_t nsid, uint8_t* out, uint32_t length) = 0;
+};
+
+// Get Log Page (admin opcode 02h): CDW10 bits 7:0 log identifier, bits 31:16
+// the number of dwords less one; the data goes to `buffer`.
+struct nvme_admin_cmd buildGetLogPage(uint8_t logId, uint32_t nsid, void* buffer, uint32_t length);
+
+class IoctlNvmeAdmin : public NvmeAdmin {
+ public:
+  explicit IoctlNvmeAdmin(int descriptor) : fd_(descriptor) {}
+  uint32_t getLogPage(uint8_t logId, uint32_t nsid, uint8_t* out, uint32_t length) override;
+
+ private:
+  int fd_;
+};
+
+// What the translation reads of the SMART / Health Information log (02h):
+//   0 critical warning  1..2 composite temperature (Kelvin, little-endian)
+//   3 available spare  4 spare threshold  5 percentage used
+struct NvmeHealth {
+  uint8_t criticalWarning = 0;
+  uint16_t temperatureKelvin = 0;
+};
+bool parseHealthLog(const std::vector<uint8_t>& log, NvmeHealth* health);
+
+// LOG SENSE pages from the health log: temperature (0Dh, parameter 0000h
+// byte 5 the temperature in Celsius, 0001h the reference, not known: FFh)
+// and informational exceptions (2Fh, parameter 0000h: 4 ASC, 5 ASCQ, 6 the
+// temperature); a critical warning is a predicted failure, ASC 5Dh.
+std::vector<uint8_t> temperaturePage(const NvmeHealth& health);
+std::vector<uint8_t> informationalExceptionsPage(const NvmeHealth& health);
+
+class NvmeScsiTarget : public BlockScsiTarget {
+ public:
+  NvmeScsiTarget(BlockMedium& medium, BlockIdentity identity, NvmeAdmin& admin, uint32_t nsid)
+      : BlockScsiTarget(medium, std::move(identity)), admin_(admin), nsid_(nsid) {}
+  ScsiAnswer execute(const ScsiCommand& command) override;
+
+ private:
+  ScsiAnswer logSense(const ScsiCommand& command);
+  ScsiAnswer requestSense(const ScsiCommand& command);
+  bool readHealth(NvmeHealth* health);
+
+  NvmeAdmin& admin_;
+  uint32_t nsid_;
+};
+
+}  // namespace linux_host
