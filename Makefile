@@ -32,8 +32,11 @@ demo: build
 cross: deps
 	@scripts/cross-check.sh
 
+# One table of ratios, each side measured in the same run (bench/run_bench.py;
+# BENCH_IMAGE_MIB=4096 for the 4 GiB image, docs/PERFORMANCE.md).
 bench: build
-	@if [ -d build/bench ]; then for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done; fi
+	@scripts/install-bench-deps.sh
+	@python3 bench/run_bench.py --build build
 
 clean:
 	@rm -rf build build-asan build-cross
