@@ -42,8 +42,11 @@ deb: build
 cross: deps
 	@scripts/cross-check.sh
 
+# One table of ratios, each side measured in the same run (bench/run_bench.py;
+# BENCH_IMAGE_MIB=4096 for the 4 GiB image, docs/PERFORMANCE.md).
 bench: build
-	@if [ -d build/bench ]; then for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done; fi
+	@scripts/install-bench-deps.sh
+	@python3 bench/run_bench.py --build build
 
 # libFuzzer targets (clang, AddressSanitizer, UndefinedBehaviorSanitizer) in
 # build-fuzz/: `make fuzz` runs each for FUZZ_SECONDS, `make fuzz-smoke` for

@@ -317,20 +317,31 @@ HANDLE openPath(Face& face, const std::string& path, DWORD access, DWORD share, 
   }
   if (startsWithNoCase(path, "\\\\?\\")) {
     // A device interface path handed out by SetupAPI.
+    const std::string wanted = lowerAscii(path);
     if (machine != nullptr) {
-      for (size_t i = 0; i < machine->disks.size(); ++i) {
-        if (!machine->disks[i].hidden && lowerAscii(path) == lowerAscii(diskInterfacePath(*machine, i))) {
-          auto disk = std::make_shared<DiskObject>();
-          disk->disk = i;
-          disk->access = access;
-          disk->share = share;
-          disk->flags = flags;
-          return face.addObject(disk);
-        }
+      // The instance number in the path is the disk's index, so only that
+      // disk's own path can match: building every disk's path for every open
+      // made discovery grow with the square of the disks.
+      const size_t suffix = wanted.rfind("&0#{");
+      const size_t hash = suffix == std::string::npos || suffix == 0 ? std::string::npos : wanted.rfind('#', suffix - 1);
+      size_t i = 0;
+      bool digits = hash != std::string::npos && suffix - hash > 1 && suffix - hash <= 10;
+      for (size_t at = hash + 1; digits && at < suffix; ++at) {
+        digits = wanted[at] >= '0' && wanted[at] <= '9';
+        i = i * 10 + static_cast<size_t>(wanted[at] - '0');
+      }
+      if (digits && i < machine->disks.size() && !machine->disks[i].hidden &&
+          wanted == lowerAscii(diskInterfacePath(*machine, i))) {
+        auto disk = std::make_shared<DiskObject>();
+        disk->disk = i;
+        disk->access = access;
+        disk->share = share;
+        disk->flags = flags;
+        return face.addObject(disk);
       }
     }
     for (auto& controller : face.controllers()) {
-      if (lowerAscii(path) == lowerAscii(controller->interfacePath)) {
+      if (wanted == lowerAscii(controller->interfacePath)) {
         auto adapter = std::make_shared<AdapterObject>();
         adapter->controller = controller.get();
         return face.addObject(adapter);
