@@ -2,7 +2,7 @@
 # Debian 12 machine (as root).
 JOBS ?= 2
 
-.PHONY: all deps configure build test test-asan demo bench cross clean
+.PHONY: all deps configure build test test-asan demo bench cross windows test-wine clean
 
 all: build
 
@@ -32,8 +32,17 @@ demo: build
 cross: deps
 	@scripts/cross-check.sh
 
+# module_storage.dll, hwc_cli.exe and the Windows test programs in build-win/
+# (MinGW-w64; QtCore cross-built once into the user's cache folder).
+windows:
+	@JOBS=$(JOBS) scripts/build-windows.sh
+
+# The Windows build's tests under Wine, with the DLL's export table.
+test-wine: windows
+	@scripts/test-wine.sh
+
 bench: build
 	@if [ -d build/bench ]; then for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done; fi
 
 clean:
-	@rm -rf build build-asan build-cross
+	@rm -rf build build-asan build-cross build-win
