@@ -301,4 +301,15 @@ TEST_F(WinFilesystemOnWindowsTest, ValidDataIsSetWithTheVolumePrivilegeAndRefuse
   EXPECT_NE(beyondError, 0u);
 }
 
+TEST_F(WinFilesystemOnWindowsTest, ValidDataOfAFileSizedBySetSizeIsRefused) {
+  // setSize leaves the file sparse, and a sparse file has no valid data
+  // length to move: the write test's SetFileValidData after it does nothing.
+  if (!enableVolumePrivilege()) GTEST_SKIP() << "this process's token does not hold SeManageVolumePrivilege";
+  HANDLE file = INVALID_HANDLE_VALUE;
+  ASSERT_EQ(filesystem.create(path(L"sparse.tmp"), &file, true), 0u);
+  filesystem.setSize(file, 1 << 20);
+  EXPECT_FALSE(SetFileValidData(file, 1 << 20));
+  filesystem.close(file);
+}
+
 }  // namespace
