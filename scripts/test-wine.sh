@@ -30,6 +30,12 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
   mkdir -p "$WINEPREFIX"
   wine wineboot --init >/dev/null 2>&1
 fi
+# Wine maps Z: to the build machine's root folder; no test of a disk
+# module should see (or write to) that. The Windows build gets a drive of its
+# own instead, M:, so that programs run from build-win/ find what lies beside
+# them.
+rm -f "$WINEPREFIX/dosdevices/z:"
+ln -sfn "$root/build-win" "$WINEPREFIX/dosdevices/m:"
 wineserver -p
 stop_server() { wineserver -k 2>/dev/null || true; wineserver -w 2>/dev/null || true; }
 trap stop_server EXIT
@@ -49,7 +55,7 @@ check_cli() {
   local what=$1
   shift
   local output status=0
-  output=$(cd build-win && wine hwc_cli.exe "$@" 2>&1) || status=$?
+  output=$(wine "$root/build-win/hwc_cli.exe" "$@" 2>&1) || status=$?
   printf '%s\n' "$output" | sed 's/^/    /'
   if [ "$status" -ne 3 ]; then
     echo "test-wine: hwc_cli.exe $* ended with status $status, not 3 ($what)" >&2
