@@ -14,6 +14,8 @@ deps_done=$(date +%s)
 qt_prefix=$(JOBS=$jobs scripts/build-qtcore-windows.sh | tail -n1)
 qt_done=$(date +%s)
 cmake --preset windows -DCMAKE_PREFIX_PATH="$qt_prefix" >/dev/null
+# The DLL and the front end first, then the test programs.
+cmake --build --preset windows -j "$jobs" --target module_storage hwc_cli
 cmake --build --preset windows -j "$jobs"
 done_at=$(date +%s)
 echo "make windows: packages $((deps_done - start)) s, QtCore $((qt_done - deps_done)) s," \
