@@ -20,7 +20,9 @@ prefix=${QTCORE_WINDOWS_PREFIX:-$cache/qtcore-$qt_version-mingw64-posix-static}
 source_parent=$cache/src
 work=$cache/qtcore-build
 
-if [ -f "$prefix/lib/libQt6Core.a" ] && [ -f "$prefix/lib/cmake/Qt6Core/Qt6CoreConfig.cmake" ]; then
+# Written last, after a complete install: a half-done install is done again.
+stamp=$prefix/.complete
+if [ -f "$stamp" ] && [ -f "$prefix/lib/libQt6Core.a" ]; then
   echo "$prefix"
   exit 0
 fi
@@ -93,6 +95,7 @@ ninja -C "$work" -j "$jobs" >"$cache/qtcore-build.log" 2>&1 \
 built=$(date +%s)
 cmake --install "$work" >"$cache/qtcore-install.log" 2>&1 \
   || { tail -n 40 "$cache/qtcore-install.log" >&2; exit 1; }
+touch "$stamp"
 done_at=$(date +%s)
 echo "build-qtcore-windows: configure $((configured - start)) s, build $((built - configured)) s," \
      "install $((done_at - built)) s" >&2
