@@ -67,6 +67,26 @@ export CCACHE_BASEDIR=$cache
 export CCACHE_NOHASHDIR=true
 jobs=${JOBS:-2}
 
+# Removes the export directives of every member of the static library $1
+# that carries one; nothing else in those sections.
+unexport_startup_hook() {
+  local library=$1 scratch member
+  scratch=$(mktemp -d)
+  (
+    cd "$scratch"
+    for member in $(x86_64-w64-mingw32-ar t "$library"); do
+      x86_64-w64-mingw32-ar x "$library" "$member"
+      if x86_64-w64-mingw32-objdump -s -j .drectve "$member" 2>/dev/null | grep -q 'export'; then
+        x86_64-w64-mingw32-objcopy --remove-section .drectve "$member"
+        x86_64-w64-mingw32-ar r "$library" "$member"
+      fi
+      rm -f "$member"
+    done
+  )
+  x86_64-w64-mingw32-ranlib "$library"
+  rm -rf "$scratch"
+}
+
 start=$(date +%s)
 if [ ! -f "$work/build.ninja" ]; then
   rm -rf "$work"
@@ -95,6 +115,11 @@ ninja -C "$work" -j "$jobs" >"$cache/qtcore-build.log" 2>&1 \
 built=$(date +%s)
 cmake --install "$work" >"$cache/qtcore-install.log" 2>&1 \
   || { tail -n 40 "$cache/qtcore-install.log" >&2; exit 1; }
+# A static QtCore exports nothing of its own, except the startup hook, which
+# QtCore declares for export even when static: its object asks the linker to
+# export it (a .drectve section), and a DLL linked with it would list
+# qt_startup_hook beside the module's three entry points. The directive goes.
+unexport_startup_hook "$prefix/lib/libQt6Core.a"
 touch "$stamp"
 done_at=$(date +%s)
 echo "build-qtcore-windows: configure $((configured - start)) s, build $((built - configured)) s," \
