@@ -2,7 +2,7 @@
 # Debian 12 machine (as root).
 JOBS ?= 2
 
-.PHONY: all deps configure build test test-asan test-fidelity demo bench cross clean deb fuzz-build fuzz fuzz-smoke
+.PHONY: all deps configure build test test-asan test-fidelity demo bench cross windows test-wine clean deb fuzz-build fuzz fuzz-smoke
 
 all: build
 
@@ -42,6 +42,15 @@ deb: build
 cross: deps
 	@scripts/cross-check.sh
 
+# module_storage.dll, hwc_cli.exe and the Windows test programs in build-win/
+# (MinGW-w64; QtCore cross-built once into the user's cache folder).
+windows:
+	@JOBS=$(JOBS) scripts/build-windows.sh
+
+# The Windows build's tests under Wine, with the DLL's export table.
+test-wine: windows
+	@scripts/test-wine.sh
+
 # One table of ratios, each side measured in the same run (bench/run_bench.py;
 # BENCH_IMAGE_MIB=4096 for the 4 GiB image, docs/PERFORMANCE.md).
 bench: build
@@ -66,4 +75,4 @@ fuzz-smoke: fuzz-build
 	@fuzz/run.sh $(FUZZ_SMOKE_SECONDS)
 
 clean:
-	@rm -rf build build-asan build-cross build-fuzz
+	@rm -rf build build-asan build-cross build-fuzz build-win
