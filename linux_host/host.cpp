@@ -104,6 +104,11 @@ const HostVolume* Host::volumeForPath(const std::string& path) {
 namespace {
 constexpr uintptr_t kFirstHandle = 0x1000;
 constexpr uint32_t kGenerationMask = (1u << 9) - 1;
+
+HANDLE handleOf(uint32_t slot, uint32_t generation) {
+  return reinterpret_cast<HANDLE>(kFirstHandle + 4 * (static_cast<uintptr_t>(slot) |
+                                                      static_cast<uintptr_t>(generation) << Host::kSlotBits));
+}
 }  // namespace
 
 HANDLE Host::add(std::shared_ptr<Object> object) {
@@ -119,9 +124,7 @@ HANDLE Host::add(std::shared_ptr<Object> object) {
   }
   Slot& entry = slots_[slot];
   entry.object = std::move(object);
-  const uintptr_t value = kFirstHandle + 4 * (static_cast<uintptr_t>(slot) |
-                                              static_cast<uintptr_t>(entry.generation) << kSlotBits);
-  return reinterpret_cast<HANDLE>(value);
+  return handleOf(slot, entry.generation);
 }
 
 Object* Host::find(HANDLE handle) const {
@@ -140,8 +143,8 @@ bool Host::close(HANDLE handle) {
   const uint32_t slot = static_cast<uint32_t>(((reinterpret_cast<uintptr_t>(handle) - kFirstHandle) / 4) &
                                               (kMaxOpenHandles - 1));
   Slot& entry = slots_[slot];
-  // The slot is free before the object goes: closing a file may call back
-  // into the host (a delete-on-close unlink), and must find the handle gone.
+  // The slot is free and its generation moved on before the object goes (a
+  // file's object closes its descriptor, and may unlink the file, as it goes).
   std::shared_ptr<Object> closing = std::move(entry.object);
   entry.generation = (entry.generation + 1) & kGenerationMask;
   freeSlots_.push_back(slot);
@@ -169,8 +172,7 @@ HANDLE Host::addEvent(bool manualReset, bool signaled) {
 void Host::closeAll() {
   // Generations move on, so no handle from before stays valid.
   for (uint32_t slot = 0; slot < slots_.size(); ++slot) {
-    if (slots_[slot].object) close(reinterpret_cast<HANDLE>(
-        kFirstHandle + 4 * (static_cast<uintptr_t>(slot) | static_cast<uintptr_t>(slots_[slot].generation) << kSlotBits)));
+    if (slots_[slot].object) close(handleOf(slot, slots_[slot].generation));
   }
 }
 

@@ -135,8 +135,8 @@ TEST_F(LinuxHostOnImages, ValuesThatNoHandleHadAreRefused) {
   HANDLE disk = open("\\\\.\\PhysicalDrive0");
   ASSERT_NE(disk, INVALID_HANDLE_VALUE);
   const uintptr_t value = reinterpret_cast<uintptr_t>(disk);
-  for (uintptr_t bad : {uintptr_t{0}, uintptr_t{4}, value + 1, value + 2, value + 4 * 1000, value + (uintptr_t{1} << 40),
-                        ~uintptr_t{0}}) {
+  const uintptr_t far = uintptr_t{1} << 40;
+  for (uintptr_t bad : {uintptr_t{0}, uintptr_t{4}, value + 1, value + 2, value + 4 * 1000, value + far, ~uintptr_t{0}}) {
     EXPECT_FALSE(CloseHandle(reinterpret_cast<HANDLE>(bad))) << bad;
     uint8_t sector[512];
     DWORD read = 0;
