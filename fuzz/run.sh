@@ -32,17 +32,18 @@ for target in "${targets[@]}"; do
   work="$build/corpus/$target"
   artifacts="$build/artifacts/$target"
   mkdir -p "$work" "$artifacts"
-  dict=()
-  [ -f "fuzz/dict/$target.dict" ] && dict=(-dict="fuzz/dict/$target.dict")
+  options=()
+  [ -f "fuzz/dict/$target.dict" ] && options=(-dict="fuzz/dict/$target.dict")
   # Device answers and sector images are long from the start: no slow growth
   # of the input length for them.
   case "$target" in
-    fuzzed_device|replaced_answers|partition_tables) dict+=(-len_control=0) ;;
+    fuzzed_device|replaced_answers|partition_tables) options+=(-len_control=0) ;;
   esac
+  [ -n "${FUZZ_RUNS:-}" ] && options+=(-runs="$FUZZ_RUNS")
   log="$build/fuzz-$target.log"
   start=$(date +%s)
   "$program" -max_total_time="$seconds" -timeout=25 -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 \
-    -artifact_prefix="$artifacts/" "${dict[@]}" "$work" "fuzz/corpus/$target" >"$log" 2>&1
+    -artifact_prefix="$artifacts/" "${options[@]}" "$work" "fuzz/corpus/$target" >"$log" 2>&1
   status=$?
   took=$(( $(date +%s) - start ))
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)

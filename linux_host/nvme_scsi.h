@@ -57,8 +57,10 @@ std::vector<uint8_t> informationalExceptionsPage(const NvmeHealth& health);
 
 class NvmeScsiTarget : public BlockScsiTarget {
  public:
-  NvmeScsiTarget(BlockMedium& medium, BlockIdentity identity, NvmeAdmin& admin, uint32_t nsid)
-      : BlockScsiTarget(medium, std::move(identity)), admin_(admin), nsid_(nsid) {}
+  // The namespace id is not kept: the health log the translation reads is the
+  // controller's (namespace FFFFFFFFh), which every controller answers.
+  NvmeScsiTarget(BlockMedium& medium, BlockIdentity identity, NvmeAdmin& admin, uint32_t /*nsid*/)
+      : BlockScsiTarget(medium, std::move(identity)), admin_(admin) {}
   ScsiAnswer execute(const ScsiCommand& command) override;
 
  private:
@@ -67,7 +69,6 @@ class NvmeScsiTarget : public BlockScsiTarget {
   bool readHealth(NvmeHealth* health);
 
   NvmeAdmin& admin_;
-  uint32_t nsid_;
 };
 
 }  // namespace linux_host
