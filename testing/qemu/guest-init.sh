@@ -1,0 +1,97 @@
+#!/bin/sh
+# /init of the proving ground's guest: loads the storage drivers, then reads
+# every disk with smartctl, sg3_utils, nvme-cli and hwc_cli and writes what
+# they print to the second serial port, each output framed by
+#   @@BEGIN <name>   ...   @@END <name> rc=<status>
+# so the host can take the outputs apart while kernel messages go to the
+# console on the first port. Powers the guest off at the end.
+export PATH=/bin:/sbin:/opt/hwc
+mount -t proc proc /proc
+mount -t sysfs sysfs /sys
+mount -t devtmpfs devtmpfs /dev
+mount -t tmpfs tmpfs /tmp
+
+arg() { sed -n "s/.*\\b$1=\\([^ ]*\\).*/\\1/p" /proc/cmdline; }
+out=/dev/ttyS1
+stty -F $out raw -echo 2>/dev/null
+
+section() {  # section NAME COMMAND...
+  name=$1; shift
+  echo "@@BEGIN $name" > $out
+  "$@" > /tmp/section.out 2>&1
+  rc=$?
+  cat /tmp/section.out > $out
+  echo "" > $out
+  echo "@@END $name rc=$rc" > $out
+}
+
+echo "@@GUEST up $(cat /proc/uptime)" > $out
+for m in ahci nvme virtio_pci virtio_scsi sd_mod sg usb_storage xhci_pci; do
+  modprobe $m
+done
+# scsi_debug: a disk with log pages, the informational-exceptions page and
+# a medium-error range, which QEMU's own SCSI disk does not have. Its
+# medium-error range only applies with opts=2.
+modprobe scsi_debug dev_size_mb=$(arg sdebug.mb) sector_size=512 opts=2 \
+  medium_error_start=$(arg sdebug.bad) medium_error_count=$(arg sdebug.badcount) \
+  inq_vendor=Linux inq_product=scsi_debug
+
+want=$(arg hwc.disks)
+i=0
+while [ $i -lt 150 ]; do
+  have=$(ls -d /sys/block/sd* /sys/block/nvme*n* 2>/dev/null | wc -l)
+  [ "$have" -ge "$want" ] && break
+  sleep 0.2
+  i=$((i + 1))
+done
+echo "@@GUEST disks $have of $want after $(cat /proc/uptime)" > $out
+
+section uname uname -a
+section sysblock sh -c 'for d in /sys/block/sd* /sys/block/nvme*n*; do
+  n=$(basename $d)
+  echo "$n $(cat $d/size) $(cat $d/queue/logical_block_size) $(cat $d/queue/physical_block_size) $(cat $d/queue/rotational) $(readlink -f $d/device)"
+done'
+
+for d in /sys/block/sd* /sys/block/nvme*n*; do
+  n=$(basename $d)
+  dev=/dev/$n
+  case $n in
+    nvme*)
+      ctrl=/dev/${n%n*}
+      section "smartctl $n" smartctl -x --json $dev
+      section "nvme-id-ctrl $n" nvme id-ctrl -o json $ctrl
+      section "nvme-id-ns $n" nvme id-ns -o json $dev
+      section "nvme-smart-log $n" nvme smart-log -o json $ctrl
+      ;;
+    *)
+      if readlink -f $d/device | grep -q /usb; then
+        # QEMU's USB bridge passes no ATA commands: SCSI only.
+        section "smartctl $n" smartctl -x --json -d scsi $dev
+      else
+        section "smartctl $n" smartctl -x --json $dev
+      fi
+      section "sg_inq $n" sg_inq $dev
+      section "sg_vpd-sn $n" sg_vpd -p sn $dev
+      section "sg_vpd-bdc $n" sg_vpd -p bdc $dev
+      section "sg_readcap $n" sg_readcap -l $dev
+      section "sg_logs $n" sg_logs -a $dev
+      ;;
+  esac
+done
+
+section "hwc-list" hwc_cli -Mstorage --machine host --list --json
+phase=$(arg hwc.phase)
+if [ "$phase" != "identity" ]; then
+  count=$(hwc_cli -Mstorage --machine host --list --json | grep -c '"UDI"')
+  j=0
+  while [ $j -lt "$count" ]; do
+    section "hwc-quick $j" hwc_cli -Mstorage --machine host -Q --answer 1 --json $j
+    section "hwc-extended $j" hwc_cli -Mstorage --machine host -E --answer 1 --json $j
+    section "hwc-scan $j" hwc_cli -Mstorage --machine host --recover scan --answer 1 --json $j
+    j=$((j + 1))
+  done
+fi
+
+echo "@@GUEST done $(cat /proc/uptime)" > $out
+sync
+poweroff -f
