@@ -2,7 +2,7 @@
 # Debian 12 machine (as root).
 JOBS ?= 2
 
-.PHONY: all deps configure build test test-asan demo bench cross clean
+.PHONY: all deps configure build test test-asan demo bench cross clean test-qemu
 
 all: build
 
@@ -27,6 +27,13 @@ test-asan: configure-asan
 
 demo: build
 	@cli/demo.sh build/cli/hwc_cli
+
+# The module on a real kernel's disks under QEMU, read beside smartctl,
+# sg3_utils and nvme-cli (docs/QEMU.md).
+test-qemu: configure
+	@testing/qemu/install-deps.sh
+	@cmake --build --preset default -j $(JOBS) --target hwc_cli module_storage
+	@testing/qemu/run.sh build --expected docs/qemu-expected.md
 
 # Compiles src/win32/ and every Win* source against the real Windows headers.
 cross: deps

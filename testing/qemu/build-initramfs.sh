@@ -33,7 +33,7 @@ mkdir -p "$root"/{bin,sbin,dev,proc,sys,tmp,run,lib/modules,opt/hwc,results}
 cp /bin/busybox "$root/bin/busybox"
 for applet in sh mount umount mkdir cat echo ls sleep modprobe insmod poweroff \
               stty dd cp date timeout seq tr sed grep head tail wc md5sum sync \
-              find basename readlink printf test true false kill uname cut xargs; do
+              find basename readlink printf test true false kill uname cut xargs awk; do
   ln -sf busybox "$root/bin/$applet"
 done
 

@@ -18,11 +18,13 @@ stty -F $out raw -echo 2>/dev/null
 section() {  # section NAME COMMAND...
   name=$1; shift
   echo "@@BEGIN $name" > $out
-  "$@" > /tmp/section.out 2>&1
+  # Each command has its own time limit, so one that hangs costs a section,
+  # not the run; the host's watchdog still bounds the whole guest.
+  timeout ${limit:-120} "$@" > /tmp/section.out 2>&1
   rc=$?
   cat /tmp/section.out > $out
   echo "" > $out
-  echo "@@END $name rc=$rc" > $out
+  echo "@@END $name rc=$rc at $(cut -d" " -f1 /proc/uptime)" > $out
 }
 
 echo "@@GUEST up $(cat /proc/uptime)" > $out
@@ -80,16 +82,26 @@ for d in /sys/block/sd* /sys/block/nvme*n*; do
 done
 
 section "hwc-list" hwc_cli -Mstorage --machine host --list --json
+cp /tmp/section.out /tmp/list.json
 phase=$(arg hwc.phase)
 if [ "$phase" != "identity" ]; then
-  count=$(hwc_cli -Mstorage --machine host --list --json | grep -c '"UDI"')
+  count=$(grep -c '"key": "UDI"' /tmp/list.json)
   j=0
   while [ $j -lt "$count" ]; do
-    section "hwc-quick $j" hwc_cli -Mstorage --machine host -Q --answer 1 --json $j
-    section "hwc-extended $j" hwc_cli -Mstorage --machine host -E --answer 1 --json $j
-    section "hwc-scan $j" hwc_cli -Mstorage --machine host --recover scan --answer 1 --json $j
+    section "hwc-tests $j" hwc_cli -Mstorage --machine host -Q -E --answer 1 --json $j
+    section "hwc-scan $j" hwc_cli -Mstorage --machine host --recover scan --json $j
     j=$((j + 1))
   done
+  # The repair, on the copy of the disk with medium errors only (its index
+  # found by its serial in the listing), then a second scan of that copy to
+  # see what the repair left.
+  copy=$(awk -v serial="$(arg hwc.copy)" '
+    /"key": "UDI"/ { n++ }
+    index($0, "\"value\": \"" serial "\"") { print n - 1; exit }' /tmp/list.json)
+  if [ -n "$copy" ]; then
+    section "hwc-repair $copy" hwc_cli -Mstorage --machine host --recover repair --answer 1 --json $copy
+    section "hwc-rescan $copy" hwc_cli -Mstorage --machine host --recover scan --json $copy
+  fi
 fi
 
 echo "@@GUEST done $(cat /proc/uptime)" > $out

@@ -13,7 +13,7 @@ repo=$(realpath "$here/../..")
 build_dir=$(realpath "${1:-$repo/build}")
 shift || true
 work="$build_dir/qemu"
-timeout_s=${QEMU_TEST_TIMEOUT:-480}
+timeout_s=${QEMU_TEST_TIMEOUT:-540}
 
 "$here/build-initramfs.sh" "$build_dir" "$work"
 
@@ -29,7 +29,11 @@ done
 # Bad sectors: errno 61 (ENODATA) becomes MEDIUM ERROR on scsi-hd. On the
 # copy the errors stop after the first write reaches the disk, so a repair
 # that rewrites them can be told from one that does not.
-bad_lbas="40000 40001 90000"
+# The scan reads 255 sectors at a time, of which only the first 127 move data
+# (its byte count is kept in 16 bits, and that stands): 40810, 40811 and
+# 89810 sit in read parts, 40000 (offset 220 in its chunk) in a part passed
+# over. check.py expects exactly the first three from the scan.
+bad_lbas="40000 40810 40811 89810"
 {
   for lba in $bad_lbas; do
     printf '[inject-error]\nevent = "read_aio"\nerrno = "61"\nsector = "%s"\nonce = "off"\nimmediately = "off"\n\n' "$lba"
@@ -54,7 +58,7 @@ cat > "$disks/disks.json" <<JSON
   "usb":       {"serial": "QMUSB0001", "bytes": $((size_mb << 20))},
   "bad":       {"serial": "QMBAD0001", "vendor": "QMVENDOR", "model": "BLKDEBUG BAD", "bytes": $((size_mb << 20)), "badLbas": [${bad_lbas// /, }]},
   "badcopy":   {"serial": "QMBAD0002", "vendor": "QMVENDOR", "model": "BLKDEBUG COPY", "bytes": $((size_mb << 20)), "badLbas": [${bad_lbas// /, }], "repairable": true},
-  "sdebug":    {"vendor": "Linux", "model": "scsi_debug", "bytes": $((sdebug_mb * 1000 * 1000 / 512 * 512)), "badLbas": [$(seq -s ', ' $sdebug_bad $((sdebug_bad + sdebug_badcount - 1)))]}
+  "sdebug":    {"vendor": "Linux", "model": "scsi_debug", "bytes": $((sdebug_mb << 20)), "badLbas": [$(seq -s ', ' $sdebug_bad $((sdebug_bad + sdebug_badcount - 1)))]}
 }
 JSON
 
@@ -63,7 +67,7 @@ raw() { echo "if=none,format=raw,cache=unsafe,id=$1,file=$disks/$1.img"; }
 args=(
   -machine q35,accel=tcg -cpu max -smp 1 -m 1024 -nographic -no-reboot
   -kernel "$work/vmlinux" -initrd "$work/initramfs.cpio"
-  -append "console=ttyS0 quiet panic=-1 hwc.disks=8 hwc.phase=$phase sdebug.mb=$sdebug_mb sdebug.bad=$sdebug_bad sdebug.badcount=$sdebug_badcount"
+  -append "console=ttyS0 quiet panic=-1 hwc.disks=8 hwc.phase=$phase hwc.copy=QMBAD0002 sdebug.mb=$sdebug_mb sdebug.bad=$sdebug_bad sdebug.badcount=$sdebug_badcount"
   -serial "file:$work/console.log"
   -serial "file:$work/results.txt"
   -monitor none -net none
