@@ -18,6 +18,8 @@ def sections(path):
     found = {}
     for m in re.finditer(r"^@@BEGIN (.*?)\n(.*?)^@@END \1 rc=(\d+)(?: at [\d.]+)?$", text, re.S | re.M):
         found[m.group(1)] = (m.group(2), int(m.group(3)))
+    if "@@GUEST done" not in text:
+        print("check: the guest's results end before its run did", file=sys.stderr)
     return found
 
 
@@ -187,9 +189,12 @@ def compare_tests(disk, found, expected, index):
     NOT_APPLICABLE needs its reason written there, and a test the table does
     not name is a difference."""
     for kind in ("tests",):
-        run = load_json(found.get(f"hwc-{kind} {index}", ("", 0))[0])
+        text, rc = found.get(f"hwc-{kind} {index}", ("", None))
+        run = load_json(text)
         if run is None:
-            disk.row(f"{kind}", None, "a JSON document", False, "no output from hwc_cli")
+            why = "not run" if rc is None else "stopped by the guest's time limit" if rc in (124, 143) \
+                else f"exit {rc}"
+            disk.row(f"{kind}", None, "a JSON document", False, f"no output from hwc_cli ({why})")
             continue
         for result in run.get("results", []):
             name = result.get("name")
@@ -211,6 +216,30 @@ def compare_tests(disk, found, expected, index):
                 disk.row(name, got + (f" {message}" if message else ""), want, agree, note)
 
 
+def scanned_bad(run):
+    bad = []
+    for event in (run.get("recover") or {}).get("events", []):
+        if event.get("event") == "OnDeviceFinish":
+            bad.extend(int(x) for x in event.get("BadSectorsList", []) if str(x).isdigit())
+    return sorted(set(bad))
+
+
+def compare_repair(disk, found, index):
+    """The repair runs only on the disks filterDevices offers (internal ATA):
+    on the SCSI copy hwc_cli refuses the disk number (exit 2) and writes
+    nothing, so the scan after it still finds every sector it found before."""
+    if not disk.spec.get("repairable"):
+        return
+    repair = load_json(found.get(f"hwc-repair {index}", ("", 0))[0])
+    rescan = load_json(found.get(f"hwc-rescan {index}", ("", 0))[0])
+    status = repair.get("exitStatus") if repair else None
+    disk.row("repair (--answer 1)", f"exit {status}", "exit 2: not offered (SCSI)", status == 2)
+    before = load_json(found.get(f"hwc-scan {index}", ("", 0))[0])
+    before = scanned_bad(before) if before else None
+    after = scanned_bad(rescan) if rescan else None
+    disk.row("scan after the repair", after, before, after is not None and after == before)
+
+
 def compare_scan(disk, found, index, smart_log):
     run = load_json(found.get(f"hwc-scan {index}", ("", 0))[0])
     injected = sorted(disk.spec.get("badLbas", []))
@@ -222,11 +251,7 @@ def compare_scan(disk, found, index, smart_log):
         # SCSI or ATA commands): expected, and nothing to compare.
         disk.row("scan", f"exit {run.get('exitStatus')}", "cannot start on NVMe", True)
         return
-    bad = []
-    for event in (run.get("recover") or {}).get("events", []):
-        if event.get("event") == "OnDeviceFinish":
-            bad.extend(int(x) for x in event.get("BadSectorsList", []) if str(x).isdigit())
-    bad = sorted(set(bad))
+    bad = scanned_bad(run)
     # The scan reads 255 sectors at a time, but its byte count is kept in 16
     # bits, so only the first (255 * size) mod 65536 bytes of each chunk are
     # read (that stands): the injected sectors beyond are not expected.
@@ -269,6 +294,7 @@ def main():
             index = disk.hwc.get("index")
             compare_tests(disk, found, expected, index)
             compare_scan(disk, found, index, None)
+            compare_repair(disk, found, index)
 
     for disk in disks.values():
         if disk.kernel is None:

@@ -27,6 +27,22 @@ section() {  # section NAME COMMAND...
   echo "@@END $name rc=$rc at $(cut -d" " -f1 /proc/uptime)" > $out
 }
 
+# The same, run now into /tmp/s and written out later by emit: the tests of
+# different disks run side by side, one queue per CPU.
+record() {  # record NAME COMMAND...
+  name=$1; shift
+  timeout ${limit:-240} "$@" > "/tmp/s/$name.out" 2>&1
+  echo "$? $(cut -d" " -f1 /proc/uptime)" > "/tmp/s/$name.rc"
+}
+emit() {  # emit NAME
+  echo "@@BEGIN $1" > $out
+  cat "/tmp/s/$1.out" > $out
+  echo "" > $out
+  set -- "$1" $(cat "/tmp/s/$1.rc")
+  echo "@@END $1 rc=$2 at $3" > $out
+}
+mkdir -p /tmp/s
+
 echo "@@GUEST up $(cat /proc/uptime)" > $out
 for m in ahci nvme virtio_pci virtio_scsi sd_mod sg usb_storage xhci_pci; do
   modprobe $m
@@ -34,7 +50,7 @@ done
 # scsi_debug: a disk with log pages, the informational-exceptions page and
 # a medium-error range, which QEMU's own SCSI disk does not have. Its
 # medium-error range only applies with opts=2.
-modprobe scsi_debug dev_size_mb=$(arg sdebug.mb) sector_size=512 opts=2 \
+modprobe scsi_debug dev_size_mb=$(arg sdebug.mb) sector_size=512 opts=2 delay=0 \
   medium_error_start=$(arg sdebug.bad) medium_error_count=$(arg sdebug.badcount) \
   inq_vendor=Linux inq_product=scsi_debug
 
@@ -86,10 +102,24 @@ cp /tmp/section.out /tmp/list.json
 phase=$(arg hwc.phase)
 if [ "$phase" != "identity" ]; then
   count=$(grep -c '"key": "UDI"' /tmp/list.json)
+  cpus=$(grep -c ^processor /proc/cpuinfo)
+  q=0
+  while [ $q -lt "$cpus" ]; do
+    (
+      j=$q
+      while [ $j -lt "$count" ]; do
+        record "hwc-tests $j" hwc_cli -Mstorage --machine host -Q -E --answer 1 --json $j
+        record "hwc-scan $j" hwc_cli -Mstorage --machine host --recover scan --json $j
+        j=$((j + cpus))
+      done
+    ) &
+    q=$((q + 1))
+  done
+  wait
   j=0
   while [ $j -lt "$count" ]; do
-    section "hwc-tests $j" hwc_cli -Mstorage --machine host -Q -E --answer 1 --json $j
-    section "hwc-scan $j" hwc_cli -Mstorage --machine host --recover scan --json $j
+    emit "hwc-tests $j"
+    emit "hwc-scan $j"
     j=$((j + 1))
   done
   # The repair, on the copy of the disk with medium errors only (its index

@@ -65,7 +65,7 @@ JSON
 phase=${QEMU_TEST_PHASE:-all}
 raw() { echo "if=none,format=raw,cache=unsafe,id=$1,file=$disks/$1.img"; }
 args=(
-  -machine q35,accel=tcg -cpu max -smp 1 -m 1024 -nographic -no-reboot
+  -machine q35 -accel tcg,thread=multi -cpu max -smp 2 -m 1024 -nographic -no-reboot
   -kernel "$work/vmlinux" -initrd "$work/initramfs.cpio"
   -append "console=ttyS0 quiet panic=-1 hwc.disks=8 hwc.phase=$phase hwc.copy=QMBAD0002 sdebug.mb=$sdebug_mb sdebug.bad=$sdebug_bad sdebug.badcount=$sdebug_badcount"
   -serial "file:$work/console.log"
