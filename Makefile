@@ -2,7 +2,7 @@
 # Debian 12 machine (as root).
 JOBS ?= 2
 
-.PHONY: all deps configure build test test-asan demo bench cross clean test-qemu
+.PHONY: all deps configure build test test-asan test-fidelity demo bench cross windows test-wine clean deb fuzz-build fuzz fuzz-smoke test-qemu
 
 all: build
 
@@ -17,6 +17,12 @@ build: configure
 
 test: build
 	@ctest --preset default
+
+# Unmodified smartctl, sg3_utils and sdparm against every disk of the built-in
+# machine, their SG_IO served by the simulated disks; see fidelity/.
+test-fidelity: build
+	@scripts/install-fidelity-deps.sh
+	@python3 fidelity/check_tools.py --build build
 
 configure-asan: deps
 	@cmake --preset asan >/dev/null
@@ -35,12 +41,45 @@ test-qemu: configure
 	@cmake --build --preset default -j $(JOBS) --target hwc_cli module_storage
 	@testing/qemu/run.sh build --expected docs/qemu-expected.md
 
+# The Debian package of the library, headers, hwc_cli and its manual, in build/packages/.
+deb: build
+	@cd build && cpack -G DEB
+
 # Compiles src/win32/ and every Win* source against the real Windows headers.
 cross: deps
 	@scripts/cross-check.sh
 
+# module_storage.dll, hwc_cli.exe and the Windows test programs in build-win/
+# (MinGW-w64; QtCore cross-built once into the user's cache folder).
+windows:
+	@JOBS=$(JOBS) scripts/build-windows.sh
+
+# The Windows build's tests under Wine, with the DLL's export table.
+test-wine: windows
+	@scripts/test-wine.sh
+
+# One table of ratios, each side measured in the same run (bench/run_bench.py;
+# BENCH_IMAGE_MIB=4096 for the 4 GiB image, docs/PERFORMANCE.md).
 bench: build
-	@if [ -d build/bench ]; then for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done; fi
+	@scripts/install-bench-deps.sh
+	@python3 bench/run_bench.py --build build
+
+# libFuzzer targets (clang, AddressSanitizer, UndefinedBehaviorSanitizer) in
+# build-fuzz/: `make fuzz` runs each for FUZZ_SECONDS, `make fuzz-smoke` for
+# FUZZ_SMOKE_SECONDS (CI). fuzz/run.sh prints executions per target.
+FUZZ_SECONDS ?= 600
+FUZZ_SMOKE_SECONDS ?= 10
+
+fuzz-build: deps
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz -j $(JOBS)
+
+fuzz: fuzz-build
+	@fuzz/run.sh $(FUZZ_SECONDS)
+
+fuzz-smoke: fuzz-build
+	@ASAN_OPTIONS=detect_leaks=1 build-fuzz/fuzz/fault_matrix_sanitized --gtest_brief=1
+	@fuzz/run.sh $(FUZZ_SMOKE_SECONDS)
 
 clean:
-	@rm -rf build build-asan build-cross
+	@rm -rf build build-asan build-cross build-fuzz build-win

@@ -48,7 +48,8 @@ bool splitTests(const std::string& list, const std::string& argument, Diagnostic
 }
 
 // Options of the front end that take a value, as --name VALUE or --name=VALUE.
-const char* const kValueOptions[] = {"--module", "--machine", "--disk", "--param", "--answer", "--recover"};
+const char* const kValueOptions[] = {"--module", "--machine", "--disk", "--param", "--answer", "--recover", "--report",
+                                     "--metrics"};
 
 bool isValueOption(const std::string& name) {
   for (const char* option : kValueOptions) {
@@ -107,6 +108,12 @@ bool applyValueOption(const std::string& name, const std::string& value, const s
       return false;
     }
     line.recoverOperation = value;
+  } else if (name == "--report" || name == "--metrics") {
+    if (value.empty()) {
+      error = "empty file name in '" + argument + "'";
+      return false;
+    }
+    (name == "--report" ? line.reportPath : line.metricsPath) = value;
   }
   return true;
 }
@@ -163,7 +170,23 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
       continue;
     }
     if (arg == "--json") {
+      if (line.jsonLines) {
+        error = "'--json' and '--json-lines' exclude each other: choose one document or a stream of lines";
+        return result;
+      }
       line.json = true;
+      continue;
+    }
+    if (arg == "--json-lines") {
+      if (line.json) {
+        error = "'--json' and '--json-lines' exclude each other: choose one document or a stream of lines";
+        return result;
+      }
+      line.jsonLines = true;
+      continue;
+    }
+    if (arg == "--version") {
+      line.version = true;
       continue;
     }
     if (arg.compare(0, 2, "--") == 0) {
@@ -184,7 +207,7 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
         }
         continue;
       }
-      if (name == "--help" || name == "--list" || name == "--json") {
+      if (name == "--help" || name == "--list" || name == "--json" || name == "--json-lines" || name == "--version") {
         error = "option '" + name + "' takes no value, in '" + arg + "'";
         return result;
       }
@@ -250,15 +273,35 @@ std::string usageText() {
          "                           alone, only the disks given; with --machine host, as well\n"
          "  --module PATH            load the module library from PATH\n"
          "  --param SECTION.KEY=VALUE  a test parameter, as STORAGE.SEC_NUM=1 (repeatable)\n"
-         "  --answer N               answer N to every question of a run (repeatable: in order)\n"
+         "  --answer N               answer N to every question of a run (repeatable: in order);\n"
+         "                           1 is yes, 2 is no; --recover repair needs --answer 1\n"
+         "                           when nobody is at a terminal to confirm it\n"
          "  --recover OPERATION      run the recover-bad-sectors tool: scan, repair, filesystem\n"
-         "                           or filterDevices\n"
+         "                           or filterDevices (repair rewrites the unreadable sectors it\n"
+         "                           finds and runs only on the disks filterDevices offers)\n"
          "  --json                   write one JSON document with devices, tests, results,\n"
          "                           events and log lines instead of text\n"
+         "  --json-lines             write each event as one JSON line the moment it happens\n"
+         "                           (docs/hwc_cli-json.schema.json describes both forms)\n"
+         "  --report FILE.html       also write a report of the session as one HTML page\n"
+         "  --metrics FILE.prom      also write results and health figures for Prometheus\n"
+         "  --version                the version of hwc_cli\n"
          "  Ctrl-C                   asks the running test to stop; a second Ctrl-C quits\n"
+         "                           (signals within a quarter second count as one press)\n"
          "\n"
-         "Exit status: 0 every test that ran passed, 1 a test failed, 2 usage error,\n"
-         "             3 nothing could run, 4 aborted.\n";
+         "Examples:\n"
+         "  hwc_cli -Mstorage --machine default --list     the disks of the built-in simulated PC\n"
+         "  hwc_cli -Mstorage --machine default -Q\"m,t\" 0  SMART status and targeted read on disk 0\n"
+         "  hwc_cli -Mstorage --machine my-pc.json -E      the Extended diagnostic on a described PC\n"
+         "  hwc_cli -Mstorage --disk disk.img -Q            the Quick diagnostic on a disk image\n"
+         "  Without --machine or --disk the module tests this host's own disks, which\n"
+         "  needs root or the CAP_SYS_RAWIO capability.\n"
+         "  docs/TESTS.md tells what each test does, on which disks, and what it can find.\n"
+         "\n"
+         "Exit status: 0 every test that ran passed, 1 a test failed or bad sectors were found,\n"
+         "             2 usage error or a machine description that cannot be used,\n"
+         "             3 nothing could run, 4 stopped by Ctrl-C or a system event,\n"
+         "             5 a device stopped answering (lost) or gave nothing to read.\n";
 }
 
 }  // namespace hwc

@@ -36,6 +36,7 @@ struct CommandLine {
   bool help = false;
   bool list = false;
   bool json = false;
+  bool jsonLines = false;  // --json-lines: events as they happen, one JSON object a line
   std::string moduleName;  // -M; empty when not given
   std::string libraryPath;  // --module; empty for the default
   std::string machine;      // --machine; empty when not given
@@ -43,6 +44,9 @@ struct CommandLine {
   std::vector<ParameterSetting> parameters;
   std::vector<uint32_t> answers;  // --answer, in order
   std::string recoverOperation;   // --recover; empty when not given
+  bool version = false;           // --version
+  std::string reportPath;         // --report; empty when not given
+  std::string metricsPath;        // --metrics; empty when not given
   std::vector<DiagnosticChoice> diagnostics;
   std::vector<DeviceChoice> devices;
 };

@@ -18,6 +18,21 @@ TEST(CommandLine, ReadsAttachedAndSeparateModuleName) {
   EXPECT_EQ(separate.line.moduleName, "storage");
 }
 
+TEST(CommandLine, ReadsJsonLinesAndRefusesItBesideJson) {
+  ParseResult lines = parse({"-Mstorage", "-Q", "--json-lines"});
+  ASSERT_TRUE(lines.ok) << lines.error;
+  EXPECT_TRUE(lines.line.jsonLines);
+  EXPECT_FALSE(lines.line.json);
+  for (const auto& both : {std::vector<std::string>{"--json", "--json-lines"}, {"--json-lines", "--json"}}) {
+    ParseResult refused = parse(both);
+    EXPECT_FALSE(refused.ok);
+    EXPECT_NE(refused.error.find("exclude each other"), std::string::npos) << refused.error;
+  }
+  ParseResult valued = parse({"--json-lines=yes"});
+  EXPECT_FALSE(valued.ok);
+  EXPECT_NE(valued.error.find("takes no value"), std::string::npos) << valued.error;
+}
+
 TEST(CommandLine, ReadsQuickWithoutListAsAllTests) {
   for (const char* form : {"-Q", "--quick"}) {
     ParseResult result = parse({"-Mstorage", form});

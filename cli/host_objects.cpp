@@ -8,12 +8,18 @@
 #include "command_line.h"
 #include "interrupts.h"
 #include "messages.h"
+#include "report.h"
 
 namespace hwc {
 
 std::string questionText(const InputRequest& request) {
   return "question: " + describeMessage(request.title) + ": " + describeMessage(request.text) + " (" +
          std::to_string(request.numberA) + ", " + std::to_string(request.numberB) + ")";
+}
+
+nlohmann::json recordKeys(const TestRecord& record) {
+  return {{"device", record.deviceIndex}, {"deviceId", record.deviceId}, {"test", itemText(record.testId)},
+          {"name", record.testKey}};
 }
 
 uint32_t AnswerSource::answer(const InputRequest& request, std::string& answeredBy) {
@@ -46,7 +52,14 @@ uint32_t AnswerSource::answer(const InputRequest& request, std::string& answered
 }
 
 void CliListener::onProgress(uint8_t percent, const std::string& messageKey) {
-  if (record_ != nullptr) record_->events.push_back({percent, messageKey});
+  if (record_ != nullptr) record_->events.push_back({percent, messageKey, hostMicroseconds()});
+  if (stream_ != nullptr && record_ != nullptr) {
+    nlohmann::json fields = recordKeys(*record_);
+    fields["percent"] = percent;
+    fields["key"] = messageKey;
+    fields["text"] = describeMessage(messageKey);
+    stream_->emit("progress", fields);
+  }
   display_.progress(percent, messageKey);
 }
 
@@ -56,16 +69,41 @@ void CliListener::requestInput(InputRequest& request) {
   question.text = request.text;
   question.numberA = request.numberA;
   question.numberB = request.numberB;
-  display_.note("    " + questionText(request));
+  display_.question("    " + questionText(request));
   question.answer = answers_.answer(request, question.answeredBy);
   request.answer = question.answer;
   display_.note("    answer " + std::to_string(question.answer) + " (" + question.answeredBy + ")");
+  if (stream_ != nullptr && record_ != nullptr) {
+    nlohmann::json fields = recordKeys(*record_);
+    fields["title"] = question.title;
+    fields["text"] = question.text;
+    fields["numberA"] = question.numberA;
+    fields["numberB"] = question.numberB;
+    fields["answer"] = question.answer;
+    fields["answeredBy"] = question.answeredBy;
+    stream_->emit("question", fields);
+  }
   if (record_ != nullptr) record_->questions.push_back(question);
 }
 
 void CliLog::log(std::string message, uint32_t level, void*) {
   display_.logLine(message, level);
+  if (stream_ != nullptr && record_ != nullptr) {
+    nlohmann::json fields = recordKeys(*record_);
+    fields["level"] = level;
+    fields["levelText"] = levelText(level);
+    fields["message"] = message;
+    fields["text"] = describeMessage(message);
+    stream_->emit("log", fields);
+  }
   if (record_ != nullptr) record_->log.push_back({std::move(message), level});
+}
+
+void CliListener::setRecord(TestRecord* record) {
+  const uint64_t now = hostMicroseconds();
+  if (record_ != nullptr && record_ != record) record_->endedUs = now;
+  if (record != nullptr && record != record_) record->beganUs = now;
+  record_ = record;
 }
 
 bool CliRunContext::isAbortRequested() { return interruptRequested(); }

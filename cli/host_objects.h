@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "event_stream.h"
 #include "module_storage/test.h"
 #include "progress_display.h"
 #include "run_record.h"
@@ -42,8 +43,10 @@ class CliListener : public TestListener {
   CliListener(ProgressDisplay& display, AnswerSource& answers) : display_(display), answers_(answers) {}
 
   // The record the next events go to; null drops them (the module may only
-  // speak during a run).
-  void setRecord(TestRecord* record) { record_ = record; }
+  // speak during a run). Stamps the run's beginning and end on the record.
+  void setRecord(TestRecord* record);
+  // Where each event is also written as it happens (--json-lines); null: nowhere.
+  void setStream(EventStream* stream) { stream_ = stream; }
 
   void onProgress(uint8_t percent, const std::string& messageKey) override;
   void requestInput(InputRequest& request) override;
@@ -54,17 +57,20 @@ class CliListener : public TestListener {
   ProgressDisplay& display_;
   AnswerSource& answers_;
   TestRecord* record_ = nullptr;
+  EventStream* stream_ = nullptr;
 };
 
 class CliLog : public MessageLog {
  public:
   explicit CliLog(ProgressDisplay& display) : display_(display) {}
   void setRecord(TestRecord* record) { record_ = record; }
+  void setStream(EventStream* stream) { stream_ = stream; }
   void log(std::string message, uint32_t level, void* reserved) override;
 
  private:
   ProgressDisplay& display_;
   TestRecord* record_ = nullptr;
+  EventStream* stream_ = nullptr;
 };
 
 // Borrows its component, listener and log for one run. An abort is asked by
@@ -90,5 +96,8 @@ class CliRunContext : public TestRunContext {
 
 // The question as a person reads it, with its two numbers.
 std::string questionText(const InputRequest& request);
+
+// Which device and test an event of a run belongs to, for --json-lines.
+nlohmann::json recordKeys(const TestRecord& record);
 
 }  // namespace hwc

@@ -2,210 +2,21 @@
 // machine for the scripted module, runs the program with it, and checks its
 // output and exit status. Interrupts are sent when the program has said that
 // the test is waiting, never after a delay.
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "hwc_cli_process.h"
+
 namespace {
 
 using nlohmann::json;
-
-struct Interrupt {
-  std::string afterText;  // sent once this text has appeared on stdout or stderr
-  int count = 1;          // how many times, each after the text appears once more in stderr's notices
-};
-
-struct Outcome {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-struct Launch {
-  std::vector<std::string> args;
-  std::string input;          // written to stdin, which is then closed
-  bool terminalOut = false;   // stdout on a pseudo-terminal
-  Interrupt interrupt;        // empty afterText: none
-  bool terminalIn = false;    // stdin on a pseudo-terminal, fed with `input`
-};
-
-void setNonBlocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK); }
-
-// Runs hwc_cli and collects everything it writes until it ends. A run that
-// takes more than a minute is killed and fails the test.
-Outcome launch(const Launch& request) {
-  int outPipe[2], errPipe[2], inPipe[2];
-  if (pipe(outPipe) != 0 || pipe(errPipe) != 0 || pipe(inPipe) != 0) return {};
-  int master = -1;
-  std::string slaveName;
-  if (request.terminalOut || request.terminalIn) {
-    master = posix_openpt(O_RDWR | O_NOCTTY);
-    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return {};
-    slaveName = ptsname(master);
-  }
-  pid_t child = fork();
-  if (child == 0) {
-    const int slave = master >= 0 ? open(slaveName.c_str(), O_RDWR | O_NOCTTY) : -1;
-    dup2(request.terminalIn ? slave : inPipe[0], 0);
-    dup2(request.terminalOut ? slave : outPipe[1], 1);
-    if (slave > 2) close(slave);
-    dup2(errPipe[1], 2);
-    for (int fd : {outPipe[0], outPipe[1], errPipe[0], errPipe[1], inPipe[0], inPipe[1], master}) {
-      if (fd > 2) close(fd);
-    }
-    std::vector<char*> argv;
-    std::string program = HWC_CLI_PATH;
-    argv.push_back(program.data());
-    std::vector<std::string> args = request.args;
-    for (std::string& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    execv(program.c_str(), argv.data());
-    _exit(127);
-  }
-  close(outPipe[1]);
-  close(errPipe[1]);
-  close(inPipe[0]);
-  if (!request.input.empty()) {
-    const int inFd = request.terminalIn ? master : inPipe[1];
-    ssize_t written = write(inFd, request.input.data(), request.input.size());
-    (void)written;
-  }
-  close(inPipe[1]);
-
-  Outcome run;
-  const int outFd = request.terminalOut ? master : outPipe[0];
-  if (request.terminalOut) close(outPipe[0]);
-  setNonBlocking(outFd);
-  setNonBlocking(errPipe[0]);
-  bool outOpen = true;
-  bool errOpen = true;
-  int sent = 0;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (outOpen || errOpen) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      kill(child, SIGKILL);
-      ADD_FAILURE() << "hwc_cli did not end; out: " << run.out << " err: " << run.err;
-      break;
-    }
-    pollfd fds[2] = {{outFd, POLLIN, 0}, {errPipe[0], POLLIN, 0}};
-    poll(fds, 2, 1000);
-    char buffer[4096];
-    for (int i = 0; i < 2; ++i) {
-      bool& open = i == 0 ? outOpen : errOpen;
-      if (!open || (fds[i].revents & (POLLIN | POLLHUP | POLLERR)) == 0) continue;
-      ssize_t n = read(fds[i].fd, buffer, sizeof(buffer));
-      if (n > 0) {
-        (i == 0 ? run.out : run.err).append(buffer, static_cast<size_t>(n));
-      } else if (n == 0 || (errno != EAGAIN && errno != EINTR)) {
-        open = false;  // end of pipe, or EIO once the terminal's last writer is gone
-      }
-    }
-    // The first interrupt follows the marker; each further one follows the
-    // program's notice that it took the one before.
-    const Interrupt& interrupt = request.interrupt;
-    if (!interrupt.afterText.empty() && sent < interrupt.count) {
-      const bool ready = sent == 0 ? (run.out.find(interrupt.afterText) != std::string::npos ||
-                                      run.err.find(interrupt.afterText) != std::string::npos)
-                                   : run.err.find("stopping:") != std::string::npos;
-      if (ready) {
-        kill(child, SIGINT);
-        ++sent;
-      }
-    }
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  if (master >= 0) close(master);
-  close(outPipe[0] == outFd ? outFd : outPipe[0]);
-  close(errPipe[0]);
-  return run;
-}
-
-// A machine script for the scripted module, in a file of the test's own.
-class Machine {
- public:
-  explicit Machine(json script) : script_(std::move(script)) {
-    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    path_ = ::testing::TempDir() + "hwc_cli_" + info->test_suite_name() + "_" + info->name() + ".json";
-    std::ofstream(path_) << script_.dump();
-  }
-  ~Machine() { std::remove(path_.c_str()); }
-  const std::string& path() const { return path_; }
-
- private:
-  json script_;
-  std::string path_;
-};
-
-// Key and value pairs as the script keeps them: a list of two-entry lists (a
-// plain initializer list of pairs would read as a JSON object).
-json pairs(std::initializer_list<std::pair<std::string, std::string>> entries) {
-  json list = json::array();
-  for (const auto& entry : entries) list.push_back(json::array({entry.first, entry.second}));
-  return list;
-}
-
-json disk(const std::string& id, const std::string& name) {
-  json partition = {{"title", "PARTITION"},
-                    {"entries", pairs({{"INDEX", "1"}, {"PARTITION_TYPE", "PRIMARY"}, {"MOUNT_POINT", "D:\\"}})}};
-  return {{"id", id},
-          {"name", name},
-          {"details", pairs({{"UDI", "-" + name}, {"MODEL", name}, {"ROTATION_RATE", "7200 RPM"}})},
-          {"attributes", {{"parent", "LOCAL_DRIVES"}, {"NonRotatingMedia", "F"}}},
-          {"sections", json::array({partition})}};
-}
-
-json test(uint32_t diagnostic, uint32_t number, const std::string& letter, const std::string& longName,
-          const std::string& name, json steps = json::array(), uint32_t result = 0) {
-  if (steps.empty()) steps = {{{"progress", 0}}, {{"progress", 50}}, {{"progress", 100}}};
-  return {{"diagnostic", diagnostic}, {"test", number}, {"letter", letter}, {"long", longName},
-          {"name", name},             {"steps", steps},  {"result", result}};
-}
-
-// Two disks; the Quick diagnostic with SMART status and targeted read, the
-// Extended one with a random seek under the same letter r as nothing quick.
-json twoDiskMachine() {
-  return {{"devices", {disk("0", "DISK A - 500 GB"), disk("1", "DISK B - 1 TB")}},
-          {"tests",
-           {test(1, 1, "m", "smart-status", "SMART_STATUS_TEST"), test(1, 2, "t", "targeted-read", "TARGETED_READ_TEST"),
-            test(2, 8, "r", "extended-random_seek-test", "EXTENDED_RANDOM_SEEK_TEST")}}};
-}
-
-std::vector<std::string> withMachine(const Machine& machine, std::vector<std::string> args) {
-  args.insert(args.begin(), {"--module", SCRIPTED_MODULE_PATH, "--machine", machine.path()});
-  return args;
-}
-
-Outcome cli(const Machine& machine, std::vector<std::string> args) { return launch({withMachine(machine, args), "", false, {}}); }
-
-json parsedJson(const Outcome& run) {
-  json document = json::parse(run.out, nullptr, false);
-  EXPECT_FALSE(document.is_discarded()) << "not one JSON document: " << run.out;
-  return document;
-}
-
-std::vector<std::string> testsRun(const json& document) {
-  std::vector<std::string> ids;
-  for (const json& result : document.value("results", json::array())) {
-    ids.push_back(std::to_string(result["device"].get<int>()) + ":" + result["test"].get<std::string>());
-  }
-  return ids;
-}
-
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+using namespace hwc_cli_testing;
 
 // --- help and listing -----------------------------------------------------------
 
@@ -394,11 +205,35 @@ TEST(HwcCliRun, FailedTestExitsOneAndTheSummaryGivesItsMessageInWords) {
 TEST(HwcCliRun, AbortedResultExitsFour) {
   json script = twoDiskMachine();
   script["tests"][0]["result"] = 4;
-  script["tests"][0]["steps"] = {{{"progress", 100}, {"key", "DEVICE_COMMUNICATION_FAILURE"}}};
+  script["tests"][0]["steps"] = {{{"progress", 100}, {"key", "SELF_TEST_ABORTED_BY_EXTERNAL_FACTOR"}}};
   Machine machine(script);
   Outcome run = cli(machine, {"-Mstorage", "-Qm,t", "0"});
   EXPECT_EQ(run.status, 4) << run.err;
+}
+
+TEST(HwcCliRun, TestThatLostItsDeviceExitsFiveNotFour) {
+  json script = twoDiskMachine();
+  script["tests"][0]["result"] = 4;
+  script["tests"][0]["steps"] = {{{"log", "DEVICE_COMMUNICATION_FAILURE"}, {"level", 3}},
+                                 {{"progress", 100}, {"key", "DEVICE_COMMUNICATION_FAILURE"}}};
+  Machine machine(script);
+  Outcome run = cli(machine, {"-Mstorage", "-Qm,t", "0"});
+  EXPECT_EQ(run.status, 5) << run.err;
+  EXPECT_TRUE(contains(run.out, "[0] SMART Status Test: Aborted: the device stopped answering")) << run.out;
   EXPECT_TRUE(contains(run.out, "Communication with the device failed")) << run.out;
+  Outcome asJson = cli(machine, {"-Mstorage", "-Qm", "0", "--json"});
+  EXPECT_EQ(asJson.status, 5);
+  EXPECT_EQ(parsedJson(asJson)["results"][0]["deviceLost"], true);
+  EXPECT_EQ(parsedJson(asJson)["results"][0]["resultName"], "ABORTED");
+}
+
+TEST(HwcCliRun, FailureOutranksALostDevice) {
+  json script = twoDiskMachine();
+  script["tests"][0]["result"] = 4;
+  script["tests"][0]["steps"] = {{{"progress", 100}, {"key", "DEVICE_COMMUNICATION_FAILURE"}}};
+  script["tests"][1]["result"] = 1;
+  Machine machine(script);
+  EXPECT_EQ(cli(machine, {"-Mstorage", "-Q", "0"}).status, 1);
 }
 
 TEST(HwcCliRun, FailureOutranksAnAbortInTheExitStatus) {
@@ -587,14 +422,6 @@ TEST(HwcCliInterrupt, SecondCtrlCEndsTheProgramAtOnce) {
 
 // --- questions and parameters ---------------------------------------------------------
 
-json askingMachine() {
-  json script = twoDiskMachine();
-  script["tests"][0]["steps"] = {{{"ask", {"DEVICE_WRITE_TEST", "VOLUME_SPACE_ALLOCATION_ALERT", 1, 0}}},
-                                 {{"progress", 100}}};
-  script["tests"][0]["resultByAnswer"] = {{"1", 0}, {"2", 1}};
-  script["tests"][0]["result"] = 3;  // when nobody answered
-  return script;
-}
 
 TEST(HwcCliQuestion, AnswerOptionAnswersAQuestionInARunWithoutATerminal) {
   Machine machine(askingMachine());

@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <ctime>
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -16,7 +18,26 @@ namespace hwc {
 namespace {
 
 std::atomic<int> gInterrupts{0};
+std::atomic<int64_t> gFirstMs{0};
 static_assert(std::atomic<int>::is_always_lock_free, "the handler needs a lock-free counter");
+static_assert(std::atomic<int64_t>::is_always_lock_free, "the handler needs a lock-free time");
+
+// Signals that arrive this close together are one Ctrl-C: GNU timeout, for
+// one, passes the terminal's SIGINT on to the program and then to its whole
+// process group, so one key press arrives two or three times within a
+// millisecond. A person pressing twice on purpose is slower than this.
+constexpr int64_t kSameInterruptMs = 250;
+
+// Milliseconds of a monotonic clock; clock_gettime is async-signal-safe.
+int64_t nowMs() {
+#if defined(_WIN32)
+  return static_cast<int64_t>(GetTickCount64());
+#else
+  timespec now {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+#endif
+}
 
 const char kFirstNotice[] =
     "\nhwc_cli: stopping: the running test is asked to abort (press Ctrl-C again to quit at once)\n";
@@ -32,9 +53,12 @@ void writeNotice(const char* text, size_t length) {
 #endif
 }
 
-// Only async-signal-safe calls: an atomic add, write, _Exit.
+// Only async-signal-safe calls: atomics, clock_gettime, write, _Exit.
 void onInterrupt() {
+  const int64_t now = nowMs();
+  if (gInterrupts.load() > 0 && now - gFirstMs.load() < kSameInterruptMs) return;
   if (gInterrupts.fetch_add(1) == 0) {
+    gFirstMs.store(now);
     writeNotice(kFirstNotice, sizeof(kFirstNotice) - 1);
   } else {
     writeNotice(kSecondNotice, sizeof(kSecondNotice) - 1);

@@ -96,6 +96,10 @@ Fn asFunction(void* symbol) {
 
 }  // namespace
 
+#ifndef HWC_CLI_INSTALLED_LIBDIR
+#define HWC_CLI_INSTALLED_LIBDIR "lib"
+#endif
+
 const char* libraryFileName() {
 #if defined(_WIN32)
   return "module_storage.dll";
@@ -106,7 +110,10 @@ const char* libraryFileName() {
 
 std::string defaultLibraryPath(const std::string& programPath) {
   const std::string folder = folderOf(programFile(programPath));
-  for (const std::string& candidate : {folder + "/" + libraryFileName(), folder + "/../" + libraryFileName()}) {
+  // Beside the program, one folder up (the build tree), and where an
+  // installation puts libraries beside its bin folder.
+  for (const std::string& candidate : {folder + "/" + libraryFileName(), folder + "/../" + libraryFileName(),
+                                       folder + "/../" + HWC_CLI_INSTALLED_LIBDIR + "/" + libraryFileName()}) {
     if (fileExists(candidate)) return normalPath(candidate);
   }
   return libraryFileName();
@@ -117,14 +124,6 @@ bool setEnvironment(const std::string& name, const std::string& value) {
   return _putenv_s(name.c_str(), value.c_str()) == 0;
 #else
   return setenv(name.c_str(), value.c_str(), 1) == 0;
-#endif
-}
-
-bool clearEnvironment(const std::string& name) {
-#if defined(_WIN32)
-  return _putenv_s(name.c_str(), "") == 0;
-#else
-  return unsetenv(name.c_str()) == 0;
 #endif
 }
 

@@ -49,7 +49,5 @@ const char* libraryFileName();
 
 // Sets an environment variable for the module to read when it loads.
 bool setEnvironment(const std::string& name, const std::string& value);
-// Removes an environment variable before the module loads.
-bool clearEnvironment(const std::string& name);
 
 }  // namespace hwc

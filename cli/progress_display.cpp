@@ -15,6 +15,7 @@ void ProgressDisplay::beginTest(const std::string& label) {
   label_ = label;
   percent_ = 0;
   percentShown_ = false;
+  shownTenth_ = 0;
   if (mode_ == DisplayMode::Terminal) {
     drawBar();
   } else if (mode_ == DisplayMode::Lines) {
@@ -35,15 +36,21 @@ void ProgressDisplay::progress(uint32_t percent, const std::string& messageKey) 
     drawBar();
     return;
   }
-  // Plain lines: one per change of percentage, and one per message.
-  if (!messageKey.empty()) {
-    std::fprintf(out_, "%s: %u%% %s\n", label_.c_str(), percent, describeMessage(messageKey).c_str());
-  } else if (!percentShown_ || percent != percent_) {
-    std::fprintf(out_, "%s: %u%%\n", label_.c_str(), percent);
+  // Plain lines, for a file or a pipe: one each time the percentage enters a
+  // new tenth, with the message of that moment if it has one. The messages in
+  // between reach the result line and the summary through the record.
+  const uint32_t tenth = percent / 10;
+  if (!percentShown_ || tenth > shownTenth_) {
+    if (!messageKey.empty()) {
+      std::fprintf(out_, "%s: %u%% %s\n", label_.c_str(), percent, describeMessage(messageKey).c_str());
+    } else {
+      std::fprintf(out_, "%s: %u%%\n", label_.c_str(), percent);
+    }
+    shownTenth_ = tenth;
+    percentShown_ = true;
+    std::fflush(out_);
   }
   percent_ = percent;
-  percentShown_ = true;
-  std::fflush(out_);
 }
 
 void ProgressDisplay::logLine(const std::string& message, uint32_t level) {
@@ -55,6 +62,13 @@ void ProgressDisplay::note(const std::string& text) {
   clearBar();
   std::fprintf(out_, "%s\n", text.c_str());
   if (mode_ == DisplayMode::Terminal && !label_.empty()) drawBar();
+  std::fflush(out_);
+}
+
+void ProgressDisplay::question(const std::string& text) {
+  if (mode_ == DisplayMode::Silent) return;
+  clearBar();
+  std::fprintf(out_, "%s\n", text.c_str());
   std::fflush(out_);
 }
 

@@ -1,6 +1,7 @@
 // What a person sees while tests run: a progress bar with the test's name and
-// percentage on a terminal, plain lines otherwise, nothing at all when the
-// output is a JSON document.
+// percentage on a terminal; in a file or a pipe a line when a test starts, at
+// most one line per tenth of its progress and one with its result; nothing at
+// all when the output is JSON.
 #pragma once
 
 #include <cstdint>
@@ -19,8 +20,11 @@ class ProgressDisplay {
   void beginTest(const std::string& label);
   void progress(uint32_t percent, const std::string& messageKey);
   void logLine(const std::string& message, uint32_t level);
-  // Any other line of the run (a question, an answer), kept clear of the bar.
+  // Any other line of the run (an answer, a log line), kept clear of the bar.
   void note(const std::string& text);
+  // A question: on a line of its own, and the bar stays away until the next
+  // progress, so that the prompt that follows is not glued to it.
+  void question(const std::string& text);
   void endTest(const std::string& verdict);
   // A test that did not start: one line with its verdict.
   void skipped(const std::string& label, const std::string& verdict);
@@ -36,6 +40,7 @@ class ProgressDisplay {
   std::string label_;
   uint32_t percent_ = 0;
   bool percentShown_ = false;
+  uint32_t shownTenth_ = 0;
   bool barDrawn_ = false;
   size_t barWidth_ = 0;
 };

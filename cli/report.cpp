@@ -37,20 +37,30 @@ std::string clip(const std::string& text, size_t width) {
   return text.substr(0, width - 3) + "...";
 }
 
+// A value as a person reads it: its words, each entry of a list once.
+std::string shownValue(const std::string& value) { return withoutRepeats(describeValue(value)); }
+
 void printEntries(FILE* out, const char* indent, const std::vector<DetailEntry>& entries) {
   for (const DetailEntry& entry : entries) {
-    std::fprintf(out, "%s%s: %s\n", indent, textOf(entry.key).c_str(), describeValue(entry.value).c_str());
+    std::fprintf(out, "%s%s: %s\n", indent, textOf(entry.key).c_str(), shownValue(entry.value).c_str());
   }
 }
 
+// "value" is the module's text as it stands; "number" is there when that
+// text is a plain decimal number, so that a script need not parse it.
 nlohmann::json entriesJson(const std::vector<DetailEntry>& entries) {
   nlohmann::json list = nlohmann::json::array();
   for (const DetailEntry& entry : entries) {
-    list.push_back({{"key", entry.key}, {"value", entry.value}, {"label", textOf(entry.key)},
-                    {"text", describeValue(entry.value)}});
+    nlohmann::json item = {{"key", entry.key}, {"value", entry.value}, {"label", textOf(entry.key)},
+                           {"text", shownValue(entry.value)}};
+    const nlohmann::json number = numberOrText(entry.value);
+    if (number.is_number()) item["number"] = number;
+    list.push_back(item);
   }
   return list;
 }
+
+bool mentionsLostDevice(const std::string& text) { return text.find("DEVICE_COMMUNICATION_FAILURE") != std::string::npos; }
 
 std::string nameOf(const Resource* resource, const ItemId& id, bool diagnostic) {
   if (resource == nullptr) return "";
@@ -74,21 +84,60 @@ std::string TestRecord::lastMessage() const {
   return "";
 }
 
+bool TestRecord::deviceLost() const {
+  if (outcome != RunOutcome::Ran || result != ABORTED) return false;
+  for (const ProgressRecord& event : events) {
+    if (mentionsLostDevice(event.key)) return true;
+  }
+  for (const LogRecord& line : log) {
+    if (mentionsLostDevice(line.message)) return true;
+  }
+  return false;
+}
+
+std::string withoutRepeats(const std::string& list) {
+  static const std::string kSeparator = ", ";
+  if (list.find(kSeparator) == std::string::npos) return list;
+  std::vector<std::string> items;
+  size_t from = 0;
+  while (true) {
+    const size_t at = list.find(kSeparator, from);
+    std::string item = list.substr(from, at == std::string::npos ? std::string::npos : at - from);
+    if (std::find(items.begin(), items.end(), item) == items.end()) items.push_back(std::move(item));
+    if (at == std::string::npos) break;
+    from = at + kSeparator.size();
+  }
+  std::string shown;
+  for (const std::string& item : items) shown += (shown.empty() ? "" : kSeparator) + item;
+  return shown;
+}
+
+nlohmann::json numberOrText(const std::string& text) {
+  if (text.empty() || text.size() > 19 || text.find_first_not_of("0123456789") != std::string::npos) {
+    return text;
+  }
+  if (text.size() > 1 && text[0] == '0') return text;  // "007" is a name, not a number
+  return std::stoull(text);
+}
+
 std::string itemText(const ItemId& id) {
   return std::to_string(id.moduleId) + "." + std::to_string(id.diagnosticId) + "." + std::to_string(id.testId);
 }
 
 int exitStatusOf(const std::vector<TestRecord>& records, bool interrupted) {
   bool failed = false;
+  bool lost = false;
   bool aborted = interrupted;
   bool passed = false;
   for (const TestRecord& record : records) {
     if (record.outcome != RunOutcome::Ran) continue;
     failed = failed || record.result == FAILED;
+    lost = lost || record.deviceLost();
     aborted = aborted || record.result == ABORTED;
     passed = passed || record.result == SUCCESS || record.result == WARNING;
   }
   if (failed) return kExitFailed;
+  if (lost) return kExitDeviceLost;
   if (aborted) return kExitAborted;
   if (passed) return kExitPassed;
   return kExitNothingRan;
@@ -96,7 +145,7 @@ int exitStatusOf(const std::vector<TestRecord>& records, bool interrupted) {
 
 std::string verdictText(const TestRecord& record) {
   switch (record.outcome) {
-    case RunOutcome::Ran: return resultText(record.result);
+    case RunOutcome::Ran: return record.deviceLost() ? "Aborted: the device stopped answering" : resultText(record.result);
     case RunOutcome::NotSupported: return "Not supported on this device";
     case RunOutcome::NotRun: return "Not run (stopped)";
     case RunOutcome::Error: return "Error in the module";
@@ -161,7 +210,7 @@ void printDevice(FILE* out, uint32_t index, const SystemComponent& component) {
                component.getId().c_str());
   printEntries(out, "      ", description.details);
   for (const auto& attribute : description.attributes) {
-    std::fprintf(out, "      %s: %s\n", textOf(attribute.first).c_str(), describeValue(attribute.second).c_str());
+    std::fprintf(out, "      %s: %s\n", textOf(attribute.first).c_str(), shownValue(attribute.second).c_str());
   }
   for (const DetailSection& section : component.getSections()) {
     std::fprintf(out, "      %s\n", textOf(section.title).c_str());
@@ -285,6 +334,7 @@ nlohmann::json recordJson(const TestRecord& record) {
                          {"answeredBy", question.answeredBy}});
   }
   nlohmann::json document = {{"device", record.deviceIndex},
+                             {"deviceId", record.deviceId},
                              {"deviceName", record.deviceName},
                              {"test", itemText(record.testId)},
                              {"name", record.testKey},
@@ -307,11 +357,16 @@ nlohmann::json recordJson(const TestRecord& record) {
     document["resultName"] = resultKey(countedResult(record));
   }
   if (record.outcome == RunOutcome::Error) document["error"] = record.errorText;
+  document["deviceLost"] = record.deviceLost();
   return document;
 }
 
 std::string dumpJson(const nlohmann::json& document) {
   return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string dumpJsonLine(const nlohmann::json& document) {
+  return document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 }  // namespace hwc

@@ -10,7 +10,8 @@
 //                     "unsupportedOn": [device index...], "steps": [...], "result",
 //                     "resultOnDevice": {"1": result}, "resultByAnswer": {"1": result},
 //                     "numericParameters": {"KEY": limit}, "throw": text}],
-//          "tool": {"noTool", "badSectors": [...], "filter": ["T", "F"...]}}
+//          "tool": {"noTool", "badSectors": [...], "filter": ["T", "F"...],
+//                   "status": forced DeviceFinish status, "sectorsRead": text}}
 // Steps: {"progress": n, "key": k}, {"log": message, "level": n},
 //        {"ask": [title, text, a, b]}, {"waitForAbort": true}, {"ignoreAbort": true}.
 #include <chrono>
@@ -215,7 +216,11 @@ class ScriptedTool : public Tool {
     if (name == "filterDevices") {
       std::vector<std::string> filter;
       const json marks = script.value("filter", json::array());
-      for (size_t i = 0; i < devices.size(); ++i) filter.push_back(i < marks.size() ? marks[i].get<std::string>() : "T");
+      // Marked by the device's index in the manager, as the module decides by the device itself.
+      for (SystemComponent* device : devices) {
+        const int index = gManager != nullptr ? gManager->indexOf(device) : -1;
+        filter.push_back(index >= 0 && static_cast<size_t>(index) < marks.size() ? marks[index].get<std::string>() : "T");
+      }
       setValues("DevicesFilter", filter);
       return;
     }
@@ -259,8 +264,11 @@ class ScriptedTool : public Tool {
       }
       const std::vector<std::string> bad = script.value("badSectors", std::vector<std::string>{});
       if (status == "0" && !bad.empty()) status = name == "repair" ? "9" : "12";
+      // A device that vanished: the status and the count of sectors read as
+      // the tool gives them then.
+      status = script.value("status", status);
       setValues("DeviceFinish", {id, status});
-      setValues("SectorsInfo", {"1000", std::to_string(bad.size()), name == "repair" ? std::to_string(bad.size()) : "0",
+      setValues("SectorsInfo", {script.value("sectorsRead", "1000"), std::to_string(bad.size()), name == "repair" ? std::to_string(bad.size()) : "0",
                                 name == "repair" ? "0" : std::to_string(bad.size())});
       setValues("BadSectorsList", bad);
       fire("OnDeviceFinish");

@@ -10,6 +10,7 @@
 #include "exit_status.h"
 #include "interrupts.h"
 #include "messages.h"
+#include "report.h"
 #include "tool_status.h"
 
 namespace hwc {
@@ -57,32 +58,82 @@ std::vector<std::string> partitionTable(const SystemComponent& component) {
 
 bool statusOf(const std::string& text, uint32_t& status) { return parseDecimal(text, status); }
 
-int exitOfStatuses(const std::vector<uint32_t>& statuses) {
-  bool failed = false;
-  bool aborted = false;
-  bool done = false;
-  for (uint32_t status : statuses) {
-    switch (status) {
-      case kToolNotRepaired:
-      case kToolBadSectorsFound: failed = true; break;
-      // 8 is also "not run at the user's answer": an abort only after Ctrl-C.
-      case kToolAborted: aborted = aborted || interruptRequested(); break;
-      case kToolSystemEvent: aborted = true; break;
-      case kToolClean:
-      case kToolCheckScheduled:
-      case kToolRepaired: done = true; break;
-      default: break;
-    }
+// A list of LBAs for a line of text: the first few, then how many more.
+std::string lbaList(const std::vector<std::string>& lbas) {
+  constexpr size_t kShown = 20;
+  std::string text;
+  for (size_t i = 0; i < lbas.size() && i < kShown; ++i) text += (i == 0 ? "" : ", ") + lbas[i];
+  if (lbas.size() > kShown) text += " and " + std::to_string(lbas.size() - kShown) + " more (all in --json)";
+  return text;
+}
+
+std::vector<std::string> outputOf(const ToolEventRecord& record, const char* key) {
+  auto it = record.outputs.find(key);
+  return it == record.outputs.end() ? std::vector<std::string>{} : it->second;
+}
+
+// How a whole-device run of scan or repair ended, from its DeviceFinish.
+enum class DeviceEnd { Finished, BadSectors, Lost, ReadNothing, CouldNotRun, Stopped };
+
+DeviceEnd deviceEndOf(const ToolEventRecord& record, bool interrupted) {
+  uint32_t status = 0;
+  if (record.values.size() < 2 || !statusOf(record.values[1], status)) return DeviceEnd::CouldNotRun;
+  const std::vector<std::string> info = outputOf(record, "SectorsInfo");
+  const std::vector<std::string> message = outputOf(record, "Message");
+  const bool readSome = !info.empty() && info[0] != "0";
+  switch (status) {
+    case kToolBadSectorsFound:
+    case kToolRepaired:
+    case kToolNotRepaired: return DeviceEnd::BadSectors;
+    case kToolClean: return readSome ? DeviceEnd::Finished : DeviceEnd::ReadNothing;
+    // A whole-device run ends with 8 by itself only when the device is no
+    // longer there after a failed read.
+    case kToolAborted: return interrupted ? DeviceEnd::Stopped : DeviceEnd::Lost;
+    case kToolSystemEvent: return DeviceEnd::Stopped;
+    // 2 is a read the device could not carry out, or (with a message) volumes
+    // that could not be taken offline for a repair.
+    case kToolDeviceUnusable:
+      return !message.empty() && !message.front().empty() ? DeviceEnd::CouldNotRun : DeviceEnd::Lost;
+    default: return DeviceEnd::CouldNotRun;
   }
-  if (failed) return kExitFailed;
-  if (aborted || interruptRequested()) return kExitAborted;
-  return done ? kExitPassed : kExitNothingRan;
+}
+
+int exitOfDeviceEnd(DeviceEnd end) {
+  switch (end) {
+    case DeviceEnd::Finished: return kExitPassed;
+    case DeviceEnd::BadSectors: return kExitFailed;
+    case DeviceEnd::Lost:
+    case DeviceEnd::ReadNothing: return kExitDeviceLost;
+    case DeviceEnd::Stopped: return kExitAborted;
+    case DeviceEnd::CouldNotRun: break;
+  }
+  return kExitNothingRan;
+}
+
+// Statuses of the partition runs of "filesystem".
+int exitOfPartitionStatus(uint32_t status) {
+  switch (status) {
+    case kToolNotRepaired:
+    case kToolBadSectorsFound: return kExitFailed;
+    // 8 is also "not run at the user's answer": an abort only after Ctrl-C.
+    case kToolAborted: return interruptRequested() ? kExitAborted : kExitNothingRan;
+    case kToolSystemEvent: return kExitAborted;
+    case kToolClean:
+    case kToolCheckScheduled:
+    case kToolRepaired: return kExitPassed;
+    default: return kExitNothingRan;
+  }
 }
 
 }  // namespace
 
-CliToolSink::CliToolSink(ProgressDisplay& display, AnswerSource& answers, std::vector<ToolDevice> devices)
-    : display_(display), answers_(answers), devices_(std::move(devices)) {
+CliToolSink::CliToolSink(ProgressDisplay& display, AnswerSource& answers, std::vector<ToolDevice> devices,
+                         std::string operation, EventStream* stream)
+    : display_(display),
+      answers_(answers),
+      devices_(std::move(devices)),
+      operation_(std::move(operation)),
+      stream_(stream) {
   for (const char* name : kEventNames) handlers[name] = &CliToolSink::onEvent;
 }
 
@@ -98,13 +149,53 @@ void CliToolSink::onEvent(Tool* tool, std::string eventName) {
   if (gActiveSink != nullptr && tool != nullptr) gActiveSink->take(tool, eventName);
 }
 
-std::string CliToolSink::deviceLabel(const std::string& id) const {
+const ToolDevice* CliToolSink::deviceOf(const std::string& id) const {
   for (const ToolDevice& device : devices_) {
-    if (device.component != nullptr && device.component->getId() == id) {
-      return "[" + std::to_string(device.index) + "] " + device.component->getDescription().name;
-    }
+    if (device.component != nullptr && device.component->getId() == id) return &device;
+  }
+  return nullptr;
+}
+
+std::string CliToolSink::deviceLabel(const std::string& id) const {
+  if (const ToolDevice* device = deviceOf(id)) {
+    return "[" + std::to_string(device->index) + "] " + device->component->getDescription().name;
   }
   return "[" + id + "]";
+}
+
+// The end of one device's run in words: what was read, which sectors were
+// found and rewritten, and a run that read nothing said as such.
+void CliToolSink::showDeviceFinish(const ToolEventRecord& record) {
+  const std::vector<std::string>& v = record.values;
+  const std::vector<std::string> message = outputOf(record, "Message");
+  if (!message.empty() && !message.front().empty()) display_.note("    " + message.front());
+  const std::vector<std::string> info = outputOf(record, "SectorsInfo");
+  if (info.size() >= 4) {
+    display_.note("    sectors read " + info[0] + ", bad found " + info[1] + ", fixed " + info[2]);
+  }
+  const std::vector<std::string> bad = outputOf(record, "BadSectorsList");
+  if (!bad.empty()) {
+    display_.note("    unreadable sectors found at LBA " + lbaList(bad));
+    if (operation_ == "repair") {
+      display_.note("    rewritten with a fixed pattern at LBA " + lbaList(bad) +
+                    " (the old data there is gone; \"fixed\" is not checked by reading the sector again)");
+    }
+  }
+  uint32_t status = 0;
+  const bool haveStatus = v.size() >= 2 && statusOf(v[1], status);
+  if (!haveStatus) {
+    display_.endTest("done");
+    return;
+  }
+  switch (deviceEndOf(record, interruptRequested())) {
+    case DeviceEnd::ReadNothing:
+      display_.endTest("Nothing was read: the device gave no sector, so this says nothing about it");
+      return;
+    case DeviceEnd::Lost:
+      display_.endTest("Stopped: the device stopped answering");
+      return;
+    default: display_.endTest(toolStatusText(status));
+  }
 }
 
 void CliToolSink::take(Tool* tool, const std::string& eventName) {
@@ -135,21 +226,16 @@ void CliToolSink::take(Tool* tool, const std::string& eventName) {
     display_.note("    partition " + v[1] + ": " +
                   (statusOf(v[3], status) ? toolStatusText(status) : "status '" + v[3] + "'"));
   } else if (eventName == "OnDeviceFinish" && !v.empty()) {
-    uint32_t status = 0;
-    auto message = record.outputs.find("Message");
-    if (message != record.outputs.end() && !message->second.empty() && !message->second.front().empty()) {
-      display_.note("    " + message->second.front());
+    showDeviceFinish(record);
+  }
+  if (stream_ != nullptr) {
+    nlohmann::json fields = {{"event", record.name}, {"values", record.values}};
+    for (const auto& output : record.outputs) fields[output.first] = output.second;
+    if (!v.empty()) {
+      if (const ToolDevice* device = deviceOf(v[0])) fields["device"] = device->index;
     }
-    auto info = record.outputs.find("SectorsInfo");
-    if (info != record.outputs.end() && info->second.size() >= 4) {
-      display_.note("    sectors read " + info->second[0] + ", bad found " + info->second[1] + ", fixed " +
-                    info->second[2]);
-    }
-    if (v.size() >= 2 && statusOf(v[1], status)) {
-      display_.endTest(toolStatusText(status));
-    } else {
-      display_.endTest("done");
-    }
+    if (eventName == "OnProgress" && !v.empty()) fields["percent"] = numberOrText(v[0]);
+    stream_->emit("tool", fields);
   }
   events_.push_back(std::move(record));
 }
@@ -160,17 +246,44 @@ void CliToolSink::requestInput(InputRequest& request) {
   question.text = request.text;
   question.numberA = request.numberA;
   question.numberB = request.numberB;
-  display_.note("    " + questionText(request));
+  display_.question("    " + questionText(request));
   question.answer = answers_.answer(request, question.answeredBy);
   request.answer = question.answer;
   display_.note("    answer " + std::to_string(question.answer) + " (" + question.answeredBy + ")");
+  if (stream_ != nullptr) {
+    stream_->emit("question", {{"title", question.title}, {"text", question.text}, {"numberA", question.numberA},
+                               {"numberB", question.numberB}, {"answer", question.answer},
+                               {"answeredBy", question.answeredBy}});
+  }
   questions_.push_back(question);
 }
 
 uint8_t CliToolAbortFlag::isSet() { return (flag_ || interruptRequested()) ? 1 : 0; }
 
+std::vector<std::string> volumesOf(const SystemComponent& component) {
+  std::vector<std::string> volumes;
+  for (const DetailSection& section : component.getSections()) {
+    if (section.title != "PARTITION") continue;
+    const std::string mountPoint = entryValue(section, "MOUNT_POINT");
+    if (!mountPoint.empty()) volumes.push_back(mountPoint);
+  }
+  return volumes;
+}
+
+std::vector<std::string> offeredDevices(ModuleInterface& module, const std::vector<ToolDevice>& devices) {
+  ProgressDisplay silent(DisplayMode::Silent, stdout);
+  AnswerSource nobody({}, false, nullptr, stdout, false);
+  ToolRun filter = runRecoverTool(module, "filterDevices", devices, silent, nobody);
+  std::vector<std::string> marks;
+  if (!filter.error.empty()) return marks;
+  for (const nlohmann::json& mark : filter.document.value("devicesFilter", nlohmann::json::array())) {
+    marks.push_back(mark.get<std::string>());
+  }
+  return marks;
+}
+
 ToolRun runRecoverTool(ModuleInterface& module, const std::string& operation, const std::vector<ToolDevice>& devices,
-                       ProgressDisplay& display, AnswerSource& answers) {
+                       ProgressDisplay& display, AnswerSource& answers, EventStream* stream) {
   ToolRun run;
   Tool* tool = nullptr;
   for (uint32_t t = 0; t < module.getToolCount() && tool == nullptr; ++t) {
@@ -185,7 +298,7 @@ ToolRun runRecoverTool(ModuleInterface& module, const std::string& operation, co
 
   std::vector<SystemComponent*> components;
   for (const ToolDevice& device : devices) components.push_back(device.component);
-  CliToolSink sink(display, answers, devices);
+  CliToolSink sink(display, answers, devices, operation, operation == "filterDevices" ? nullptr : stream);
   CliToolAbortFlag abortFlag;
   static const uint8_t kNoSystemEvents = 0;
   tool->abortFlag = &abortFlag;
@@ -213,6 +326,9 @@ ToolRun runRecoverTool(ModuleInterface& module, const std::string& operation, co
 
   nlohmann::json events = nlohmann::json::array();
   std::vector<uint32_t> statuses;
+  nlohmann::json results = nlohmann::json::array();
+  int exitStatus = kExitNothingRan;
+  bool ranOne = false;
   for (const ToolEventRecord& event : sink.events()) {
     nlohmann::json entry = {{"event", event.name}, {"values", event.values}};
     for (const auto& output : event.outputs) entry[output.first] = output.second;
@@ -220,10 +336,36 @@ ToolRun runRecoverTool(ModuleInterface& module, const std::string& operation, co
     uint32_t status = 0;
     if (event.name == "OnPartitionFinish" && event.values.size() >= 4 && statusOf(event.values[3], status)) {
       statuses.push_back(status);
+      exitStatus = ranOne ? worseExit(exitStatus, exitOfPartitionStatus(status)) : exitOfPartitionStatus(status);
+      ranOne = true;
     } else if (event.name == "OnDeviceFinish" && event.values.size() >= 2 && statusOf(event.values[1], status)) {
       statuses.push_back(status);
+      const DeviceEnd end = deviceEndOf(event, interruptRequested());
+      exitStatus = ranOne ? worseExit(exitStatus, exitOfDeviceEnd(end)) : exitOfDeviceEnd(end);
+      ranOne = true;
+      // The device's result with numbers as numbers, for scripts.
+      nlohmann::json result = {{"deviceId", event.values[0]}, {"status", status}, {"statusText", toolStatusText(status)}};
+      for (const ToolDevice& device : devices) {
+        if (device.component != nullptr && device.component->getId() == event.values[0]) {
+          result["device"] = device.index;
+          result["deviceName"] = device.component->getDescription().name;
+        }
+      }
+      const std::vector<std::string> info = outputOf(event, "SectorsInfo");
+      const char* const names[] = {"sectorsRead", "badFound", "fixed", "notFixed"};
+      for (size_t i = 0; i < info.size() && i < 4; ++i) result[names[i]] = numberOrText(info[i]);
+      nlohmann::json lbas = nlohmann::json::array();
+      for (const std::string& lba : outputOf(event, "BadSectorsList")) lbas.push_back(numberOrText(lba));
+      result["badSectors"] = lbas;
+      result["readNothing"] = end == DeviceEnd::ReadNothing;
+      result["deviceLost"] = end == DeviceEnd::Lost;
+      const std::vector<std::string> message = outputOf(event, "Message");
+      result["message"] = message.empty() ? "" : message.front();
+      results.push_back(result);
     }
   }
+  // Ctrl-C during a run whose devices all ended counts as a stop all the same.
+  if (interruptRequested() && (exitStatus == kExitPassed || exitStatus == kExitNothingRan)) exitStatus = kExitAborted;
   nlohmann::json questions = nlohmann::json::array();
   for (const QuestionRecord& question : sink.questions()) {
     questions.push_back({{"title", question.title}, {"text", question.text}, {"answer", question.answer},
@@ -245,7 +387,8 @@ ToolRun runRecoverTool(ModuleInterface& module, const std::string& operation, co
     return run;
   }
   run.document["statuses"] = statuses;
-  run.exitStatus = run.error.empty() ? exitOfStatuses(statuses) : kExitNothingRan;
+  run.document["results"] = results;
+  run.exitStatus = run.error.empty() ? exitStatus : kExitNothingRan;
   return run;
 }
 

@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "event_stream.h"
 #include "host_objects.h"
 #include "module_storage/module_interface.h"
 #include "progress_display.h"
@@ -36,7 +37,8 @@ struct ToolDevice {
 // being fired is found through the one sink that is active during execute.
 class CliToolSink : public ToolEventSink {
  public:
-  CliToolSink(ProgressDisplay& display, AnswerSource& answers, std::vector<ToolDevice> devices);
+  CliToolSink(ProgressDisplay& display, AnswerSource& answers, std::vector<ToolDevice> devices,
+              std::string operation, EventStream* stream);
   ~CliToolSink() override;
 
   void requestInput(InputRequest& request) override;
@@ -52,10 +54,14 @@ class CliToolSink : public ToolEventSink {
   static void onEvent(Tool* tool, std::string eventName);
   void take(Tool* tool, const std::string& eventName);
   std::string deviceLabel(const std::string& id) const;
+  const ToolDevice* deviceOf(const std::string& id) const;
+  void showDeviceFinish(const ToolEventRecord& record);
 
   ProgressDisplay& display_;
   AnswerSource& answers_;
   std::vector<ToolDevice> devices_;
+  std::string operation_;
+  EventStream* stream_;
   std::vector<ToolEventRecord> events_;
   std::vector<QuestionRecord> questions_;
 };
@@ -78,8 +84,21 @@ struct ToolRun {
 
 // Runs `operation` ("scan", "repair", "filesystem", "filterDevices") of the
 // module's recover tool on `devices`. For "filesystem" the partitions come
-// from each device's "PARTITION" sections that have a mount point.
+// from each device's "PARTITION" sections that have a mount point. With a
+// stream, each of the tool's events is written to it as it fires.
+//
+// The exit status: 1 bad sectors found (or not repaired), 5 a device stopped
+// answering or gave no sector to read, 4 stopped by Ctrl-C, 0 finished, 3
+// nothing could run.
 ToolRun runRecoverTool(ModuleInterface& module, const std::string& operation, const std::vector<ToolDevice>& devices,
-                       ProgressDisplay& display, AnswerSource& answers);
+                       ProgressDisplay& display, AnswerSource& answers, EventStream* stream = nullptr);
+
+// The tool's own answer to which devices it offers to scan and repair: one
+// "T" or "F" per device, in order; empty when the module has no tool.
+std::vector<std::string> offeredDevices(ModuleInterface& module, const std::vector<ToolDevice>& devices);
+
+// The mount points of a device's partitions, as its "PARTITION" sections give
+// them: the volumes that a repair takes offline for its run.
+std::vector<std::string> volumesOf(const SystemComponent& component);
 
 }  // namespace hwc

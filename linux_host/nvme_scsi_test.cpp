@@ -1,6 +1,6 @@
 // The NVMe translation of the health commands: the Get Log Page request, the
 // SMART / Health Information log read back, and the SCSI answers made of it.
-// The log pages are laid out as the NVMe base specification lays out log 02h.
+// The log pages are laid out as NVM Express lays out log 02h (SMART / Health Information).
 #include "linux_host/nvme_scsi.h"
 
 #include <gtest/gtest.h>

@@ -18,6 +18,7 @@ constexpr uint8_t kCmdReadSectorsExt = 0x24;
 constexpr uint8_t kCmdReadLogExt = 0x2F;
 constexpr uint8_t kCmdWriteSectors = 0x30;
 constexpr uint8_t kCmdWriteSectorsExt = 0x34;
+constexpr uint8_t kCmdWriteLogExt = 0x3F;
 constexpr uint8_t kCmdWriteUncorrectableExt = 0x45;
 constexpr uint8_t kCmdSmart = 0xB0;
 constexpr uint8_t kCmdReadDma = 0xC8;
@@ -52,7 +53,9 @@ AtaDrive::AtaDrive(AtaProfile profile, std::shared_ptr<Media> media, std::shared
       offlineStatus_(profile_.offlineStatus),
       selfTests_(profile_.selfTestLog),
       errors_(profile_.errorLog.begin(), profile_.errorLog.end()),
-      errorCount_(std::max<uint32_t>(profile_.errorCount, static_cast<uint32_t>(profile_.errorLog.size()))) {}
+      errorCount_(std::max<uint32_t>(profile_.errorCount, static_cast<uint32_t>(profile_.errorLog.size()))) {
+  selective_[0] = 0x01;  // revision 1, no spans, no test pending
+}
 
 // IDENTIFY DEVICE, word by word (ACS-3 7.12.7):
 //   0 general configuration        10-19 serial number (20 characters)
@@ -62,11 +65,16 @@ AtaDrive::AtaDrive(AtaProfile profile, std::shared_ptr<Media> media, std::shared
 //   53 field validity              60-61 28-bit addressable sectors
 //   80 major version               81 minor version
 //   82-84 features supported       85-87 features enabled
+//   76 SATA capabilities (1.5/3/6 Gb/s, NCQ)   77 negotiated speed (3:1)
 //   100-103 48-bit sectors         106 physical/logical sector size
+//   108-111 world wide name (word 84/87 bit 8)
 //   117-118 logical sector size in words
 //   119-120 more features (WRITE UNCORRECTABLE EXT: bit 2)
-//   128 security status            214-216 NV cache
-//   217 rotation rate (1: solid state)
+//   128 security status            168 nominal form factor (3:0)
+//   206 SCT command transport (0 supported, 3 error recovery control,
+//       4 feature control, 5 data tables)
+//   214-216 NV cache                217 rotation rate (1: solid state)
+//   222 transport major version (15:12 type 1 serial, bit n a SATA revision)
 //   255 integrity word: 0xA5 in the low byte, checksum in the high byte
 std::array<uint16_t, 256> AtaDrive::identifyWords() const {
   std::array<uint16_t, 256> w{};
@@ -93,18 +101,21 @@ std::array<uint16_t, 256> AtaDrive::identifyWords() const {
   w[64] = 0x0003;
   w[65] = w[66] = w[67] = w[68] = 120;
   w[75] = 31;
-  w[76] = 0x010E;  // SATA 1.5/3/6 Gb/s, native command queuing
+  const uint8_t generation = std::min<uint8_t>(std::max<uint8_t>(profile_.sataGeneration, 1), 3);
+  w[76] = static_cast<uint16_t>(0x0100 | (((1u << generation) - 1) << 1));  // signalling speeds, NCQ
+  w[77] = static_cast<uint16_t>(generation << 1);  // current negotiated speed
   w[80] = profile_.majorVersion;
   w[81] = profile_.minorVersion;
   const uint16_t smart = profile_.smartSupported ? 1 : 0;
   const uint16_t security = profile_.securitySupported ? 1 : 0;
   w[82] = static_cast<uint16_t>(0x7068 | smart | security << 1);
   w[83] = static_cast<uint16_t>(0x7000 | (profile_.lba48 ? 0x0400 : 0));
-  w[84] = static_cast<uint16_t>(0x4000 | (profile_.gplSupported ? 0x0020 : 0) | (smart ? 0x0003 : 0));
+  const uint16_t wwn = profile_.wwn != 0 ? 0x0100 : 0;
+  w[84] = static_cast<uint16_t>(0x4000 | wwn | (profile_.gplSupported ? 0x0020 : 0) | (smart ? 0x0003 : 0));
   w[85] = static_cast<uint16_t>(0x7068 | (smart && smartEnabled_ ? 1 : 0) |
                                 (security && profile_.securityEnabled ? 2 : 0));
   w[86] = static_cast<uint16_t>(0x3000 | (profile_.lba48 ? 0x0400 : 0));
-  w[87] = static_cast<uint16_t>(0x4000 | (profile_.gplSupported ? 0x0020 : 0) | (smart ? 0x0003 : 0));
+  w[87] = static_cast<uint16_t>(0x4000 | wwn | (profile_.gplSupported ? 0x0020 : 0) | (smart ? 0x0003 : 0));
   w[88] = 0x407F;
   if (security) {
     w[89] = 60;
@@ -112,6 +123,9 @@ std::array<uint16_t, 256> AtaDrive::identifyWords() const {
   }
   if (profile_.lba48) {
     for (int i = 0; i < 4; ++i) w[100 + i] = static_cast<uint16_t>(sectors >> (16 * i));
+  }
+  if (wwn != 0) {
+    for (int i = 0; i < 4; ++i) w[108 + i] = static_cast<uint16_t>(profile_.wwn >> (48 - 16 * i));
   }
   w[106] = 0x4000;
   if (profile_.physicalExponent != 0) w[106] |= static_cast<uint16_t>(0x2000 | (profile_.physicalExponent & 0x0F));
@@ -127,13 +141,19 @@ std::array<uint16_t, 256> AtaDrive::identifyWords() const {
     w[128] = static_cast<uint16_t>(0x0001 | (profile_.securityEnabled ? 0x0002 : 0) |
                                    (profile_.securityLocked ? 0x0004 : 0) | (profile_.securityFrozen ? 0x0008 : 0));
   }
+  w[168] = profile_.formFactor & 0x0F;
   if (profile_.trimSupported) w[169] = 0x0001;
+  if (profile_.sctSupported) {
+    w[206] = static_cast<uint16_t>(0x0021 | (profile_.sctErrorRecoveryControl ? 0x0008 : 0) |
+                                   (profile_.sctFeatureControl ? 0x0010 : 0));
+  }
   w[209] = 0x4000;
   w[214] = profile_.nvCacheCapabilities;
   w[215] = static_cast<uint16_t>(profile_.nvCacheBlocks);
   w[216] = static_cast<uint16_t>(profile_.nvCacheBlocks >> 16);
   w[217] = profile_.rotationRate;
-  w[222] = 0x10FF;
+  const uint8_t revision = std::min<uint8_t>(profile_.sataRevisionBit, 10);
+  w[222] = static_cast<uint16_t>(0x1000 | ((1u << (revision + 1)) - 1));
   if (profile_.integrityWord) {
     uint8_t sum = 0xA5;
     for (int i = 0; i < 255; ++i) sum = static_cast<uint8_t>(sum + (w[i] & 0xFF) + (w[i] >> 8));
@@ -156,6 +176,7 @@ AtaResponse AtaDrive::executeAta(const AtaRequest& request) {
     t[kCmdWriteDma] = &AtaDrive::writeSectors;
     t[kCmdWriteDmaExt] = &AtaDrive::writeSectors;
     t[kCmdWriteUncorrectableExt] = &AtaDrive::writeUncorrectable;
+    t[kCmdWriteLogExt] = &AtaDrive::writeLogExt;
     t[kCmdSmart] = &AtaDrive::smart;
     t[kCmdFlushCache] = &AtaDrive::flushCache;
     t[kCmdFlushCacheExt] = &AtaDrive::flushCache;

@@ -69,7 +69,9 @@ struct ErrorLogEntry {
   uint8_t status = kAtaStatusDrdy | kAtaStatusErr;
   uint64_t lba = 0;
   uint16_t count = 1;
-  uint8_t state = 0x01;  // device state: 1 active or idle
+  // Device state when the command failed (ACS: 0 unknown, 1 sleep, 2
+  // standby, 3 active or idle, 4 executing an off-line or self test).
+  uint8_t state = 0x03;
   uint16_t lifetimeHours = 0;
 };
 
@@ -104,6 +106,34 @@ struct AtaProfile {
   bool writeUncorrectableSupported = true;
   bool integrityWord = true;  // word 255: 0xA5 and the checksum
   bool trimSupported = false;
+  // World wide name of words 108-111 (NAA 5, IEEE OUI, serial); 0: none.
+  uint64_t wwn = 0;
+  uint8_t formFactor = 0;  // word 168 3:0: 1 5.25", 2 3.5", 3 2.5", 4 1.8", 5 smaller
+  // Serial ATA: the newest revision claimed in word 222 (bit 5 SATA 3.0 ..
+  // bit 8 SATA 3.3; every older one is claimed with it) and the fastest
+  // signalling generation (word 76: 1 1.5, 2 3.0, 3 6.0 Gb/s), which is also
+  // the negotiated one in word 77.
+  uint8_t sataRevisionBit = 7;
+  uint8_t sataGeneration = 3;
+  // SCT command transport (word 206): status, data tables (temperature
+  // history), and where set error recovery control (bit 3) and feature
+  // control (bit 4).
+  bool sctSupported = true;
+  bool sctErrorRecoveryControl = true;
+  bool sctFeatureControl = true;
+  // Device statistics (log 4: general and temperature pages), the pending
+  // defects log (0x0C: the sectors the medium cannot read) and the SATA phy
+  // event counters (0x11), each where set. powerCycles 0 takes attribute
+  // 12's raw value.
+  bool deviceStatistics = true;
+  bool pendingDefectsLog = true;
+  bool sataPhyCounters = true;
+  uint32_t powerCycles = 0;
+  uint64_t sectorsRead = 0;
+  uint64_t sectorsWritten = 0;
+  int lifetimeMinTemperatureCelsius = 20;
+  int lifetimeMaxTemperatureCelsius = 55;
+  int maxOperatingTemperatureCelsius = 60;
 
   std::vector<SmartAttribute> attributes;
   // Attribute 194's raw low byte is set from this when it is listed.
@@ -117,7 +147,8 @@ struct AtaProfile {
   uint8_t errorLoggingCapability = 0x01;  // byte 370
   uint16_t shortTestMinutes = 2;
   uint16_t extendedTestMinutes = 120;
-  // Sectors a short self test reads from LBA 0; 0 means the whole surface.
+  // Sectors a short self test reads from LBA 0; 0 means the default sample,
+  // the first 1/64 of the surface (a short test checks, it does not scan).
   uint64_t shortTestSpan = 0;
   std::vector<VendorSelfTest> vendorTests;
   // Any other vendor code (0x40-0x7E, 0x90-0xFF) is aborted with this error bit.
@@ -171,6 +202,10 @@ class AtaDrive : public AtaDevice {
   void smartExecuteOffline(Context& c);
   void smartReadLog(Context& c);
   void smartReturnStatus(Context& c);
+  void smartWriteLog(Context& c);
+  void writeLogExt(Context& c);
+  bool writeLog(Context& c, uint8_t address, uint32_t pages, const uint8_t* data);
+  void sctCommand(Context& c, const uint8_t* keyPage);
 
   // Log pages, each 512 bytes with its checksum where the log has one.
   bool buildLog(uint8_t address, uint16_t page, bool viaGpl, uint8_t* out);
@@ -181,10 +216,20 @@ class AtaDrive : public AtaDevice {
   void buildExtSelfTestLog(uint16_t page, uint8_t* out) const;
   void buildErrorLog(uint16_t page, uint8_t* out) const;
   void buildExtErrorLog(uint16_t page, uint8_t* out) const;
+  void buildSelectiveLog(uint8_t* out) const;
+  void buildSctStatus(uint8_t* out);
+  void buildSctData(uint8_t* out) const;
+  void buildDeviceStatistics(uint16_t page, uint8_t* out) const;
+  void buildPendingDefects(uint16_t page, uint8_t* out) const;
+  void buildSataPhyCounters(uint8_t* out) const;
+  bool thresholdExceeded() const;
+  uint64_t shortSpan() const;
 
   // Self tests and off-line collection on the virtual clock.
   void updateBackground();
   void startSelfTest(uint8_t subcommand, uint32_t seconds, uint64_t span);
+  void holdCaptive(Context& c);
+  uint64_t testFirstLba() const;
   void finishSelfTest(uint8_t result, uint8_t tensRemaining, uint64_t failingLba);
   void recordSelfTest(uint8_t subcommand, uint8_t status, uint64_t failingLba);
   void recordError(const AtaRegisters& failed, uint8_t error, uint8_t status, uint64_t lba, uint16_t count);
@@ -211,12 +256,20 @@ class AtaDrive : public AtaDevice {
     uint8_t subcommand = 0;
     uint64_t startMs = 0;
     uint64_t durationMs = 0;
-    uint64_t span = 0;
+    uint64_t span = 0;  // the test reads [testFirstLba(), span)
   } test_;
   uint64_t offlineEndMs_ = 0;
   bool offlineRunning_ = false;
 
   std::vector<uint8_t> scratch_;
+  // Selective self-test log (9) as the host last wrote it, without checksum.
+  std::array<uint8_t, 512> selective_{};
+  // SCT: the last command's action and function codes and status, the
+  // error recovery timers (100 ms units) and the table a data-table read
+  // selected.
+  uint16_t sctAction_ = 0, sctFunction_ = 0, sctStatus_ = 0;
+  uint16_t ercRead_ = 0, ercWrite_ = 0;
+  uint16_t sctTable_ = 0;
 };
 
 }  // namespace sim

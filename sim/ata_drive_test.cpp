@@ -239,5 +239,34 @@ TEST(AtaDrive, UnknownCommandIsAbortedWithAbrt) {
   EXPECT_EQ(resp.out.error, kAtaErrorAbrt);
 }
 
+TEST(AtaDrive, IdentifyCarriesTheWorldWideNameFormFactorSataRevisionAndSct) {
+  AtaProfile p;
+  p.wwn = 0x50014EE2B5C3A1D7ULL;
+  p.formFactor = 2;
+  p.sataRevisionBit = 5;  // SATA 3.0
+  p.sataGeneration = 2;
+  p.sctErrorRecoveryControl = false;
+  DriveRig rig(p);
+  const auto id = rig.identify();
+  EXPECT_EQ(word(id, 84) & 0x0100, 0x0100) << "WWN supported";
+  EXPECT_EQ(word(id, 87) & 0x0100, 0x0100) << "WWN in use";
+  EXPECT_EQ(word(id, 108), 0x5001);
+  EXPECT_EQ(word(id, 109), 0x4EE2);
+  EXPECT_EQ(word(id, 110), 0xB5C3);
+  EXPECT_EQ(word(id, 111), 0xA1D7);
+  EXPECT_EQ(word(id, 168), 2) << "3.5 inch";
+  EXPECT_EQ(word(id, 222), 0x103F) << "serial transport, ATA8-AST to SATA 3.0";
+  EXPECT_EQ(word(id, 76) & 0x000E, 0x0006) << "1.5 and 3.0 Gb/s";
+  EXPECT_EQ(word(id, 77) & 0x000E, 0x0004) << "negotiated at 3.0 Gb/s";
+  EXPECT_EQ(word(id, 206), 0x0031) << "SCT status, feature control, data tables; no error recovery control";
+}
+
+TEST(AtaDrive, IdentifyWithoutWwnLeavesItsWordsAndBitsClear) {
+  DriveRig rig;
+  const auto id = rig.identify();
+  EXPECT_EQ(word(id, 84) & 0x0100, 0);
+  EXPECT_EQ(word(id, 108), 0);
+}
+
 }  // namespace
 }  // namespace sim

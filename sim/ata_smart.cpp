@@ -19,6 +19,7 @@ constexpr uint8_t kSmartAutosave = 0xD2;
 constexpr uint8_t kSmartSaveAttributes = 0xD3;
 constexpr uint8_t kSmartExecuteOffline = 0xD4;
 constexpr uint8_t kSmartReadLog = 0xD5;
+constexpr uint8_t kSmartWriteLog = 0xD6;
 constexpr uint8_t kSmartEnable = 0xD8;
 constexpr uint8_t kSmartDisable = 0xD9;
 constexpr uint8_t kSmartReturnStatus = 0xDA;
@@ -36,6 +37,12 @@ constexpr uint8_t kLogComprehensiveError = 0x02;
 constexpr uint8_t kLogExtError = 0x03;
 constexpr uint8_t kLogSelfTest = 0x06;
 constexpr uint8_t kLogExtSelfTest = 0x07;
+constexpr uint8_t kLogSelective = 0x09;
+constexpr uint8_t kLogDeviceStatistics = 0x04;
+constexpr uint8_t kLogPendingDefects = 0x0C;
+constexpr uint8_t kLogSataPhy = 0x11;
+constexpr uint8_t kLogSctStatus = 0xE0;  // SCT status on read, SCT command on write
+constexpr uint8_t kLogSctData = 0xE1;
 constexpr uint8_t kLogHostFirst = 0x80, kLogHostLast = 0x9F;
 constexpr uint16_t kHostLogPages = 16;
 
@@ -44,9 +51,11 @@ constexpr uint8_t kOfflineRoutine = 0x00;
 constexpr uint8_t kShortOffline = 0x01;
 constexpr uint8_t kExtendedOffline = 0x02;
 constexpr uint8_t kConveyanceOffline = 0x03;
+constexpr uint8_t kSelectiveOffline = 0x04;
 constexpr uint8_t kAbortSelfTest = 0x7F;
 constexpr uint8_t kShortCaptive = 0x81;
 constexpr uint8_t kExtendedCaptive = 0x82;
+constexpr uint8_t kSelectiveCaptive = 0x84;
 constexpr uint16_t kConveyanceMinutes = 5;
 
 constexpr uint64_t kNoFailingLba = 0xFFFFFFFFFFFFULL;
@@ -61,6 +70,26 @@ void put32(uint8_t* p, uint32_t v) {
 }
 
 bool isVendorSelfTest(uint8_t code) { return (code >= 0x40 && code <= 0x7E) || code >= 0x90; }
+
+// The sectors a selective self test reads, from the spans of log 9 (bytes
+// 2-81: five pairs of 8-byte start and end LBAs): from the lowest start to
+// the highest end, as [*first, end). False when every span is empty.
+bool selectiveRange(const std::array<uint8_t, 512>& log, uint64_t* first, uint64_t* end) {
+  bool any = false;
+  for (int i = 0; i < 5; ++i) {
+    uint64_t start = 0, last = 0;
+    for (int b = 7; b >= 0; --b) {
+      start = start << 8 | log[2 + 16 * i + b];
+      last = last << 8 | log[10 + 16 * i + b];
+    }
+    if (start == 0 && last == 0) continue;
+    if (last < start) continue;
+    *first = any ? std::min(*first, start) : start;
+    *end = any ? std::max(*end, last + 1) : last + 1;
+    any = true;
+  }
+  return any;
+}
 
 }  // namespace
 
@@ -98,6 +127,7 @@ void AtaDrive::smart(Context& c) {
     case kSmartExecuteOffline: smartExecuteOffline(c); break;
     case kSmartReadLog: smartReadLog(c); break;
     case kSmartReturnStatus: smartReturnStatus(c); break;
+    case kSmartWriteLog: smartWriteLog(c); break;
     case kSmartEnable: smartEnabled_ = true; complete(c); break;
     case kSmartDisable: smartEnabled_ = false; complete(c); break;
     case kSmartAutosave:
@@ -127,7 +157,9 @@ void AtaDrive::buildSmartData(uint8_t* out) {
     e[3] = a.value;
     e[4] = a.worst;
     uint64_t raw = a.raw;
-    if (a.id == 194) raw = (raw & ~uint64_t{0xFF}) | static_cast<uint8_t>(profile_.temperatureCelsius);
+    if (a.id == 194 || a.id == 190) {
+      raw = (raw & ~uint64_t{0xFF}) | static_cast<uint8_t>(profile_.temperatureCelsius);
+    }
     for (int b = 0; b < 6; ++b) e[5 + b] = static_cast<uint8_t>(raw >> (8 * b));
   }
   out[362] = offlineStatus_;
@@ -172,14 +204,25 @@ void AtaDrive::smartReadThresholds(Context& c) {
 
 // RETURN STATUS: LBA Mid/High 0x4F/0xC2 while every attribute is above its
 // threshold, 0xF4/0x2C once one with a non-zero threshold is at or below it.
-void AtaDrive::smartReturnStatus(Context& c) {
-  bool exceeded = false;
+bool AtaDrive::thresholdExceeded() const {
   for (const SmartAttribute& a : profile_.attributes) {
-    if (a.id != 0 && a.threshold != 0 && a.value <= a.threshold) exceeded = true;
+    if (a.id != 0 && a.threshold != 0 && a.value <= a.threshold) return true;
   }
+  return false;
+}
+
+void AtaDrive::smartReturnStatus(Context& c) {
+  const bool exceeded = thresholdExceeded();
   complete(c);
   c.response.out.lbaMid = exceeded ? kSmartFailMid : kSmartSigMid;
   c.response.out.lbaHigh = exceeded ? kSmartFailHigh : kSmartSigHigh;
+}
+
+// The sectors a short (or conveyance) self test reads from LBA 0.
+uint64_t AtaDrive::shortSpan() const {
+  const uint64_t whole = media_->sectorCount();
+  if (profile_.shortTestSpan != 0) return std::min(profile_.shortTestSpan, whole);
+  return std::max<uint64_t>(std::min<uint64_t>(whole, 1), whole / 64);
 }
 
 // EXECUTE OFF-LINE IMMEDIATE: LBA Low holds the subcommand. Off-line mode
@@ -189,7 +232,7 @@ void AtaDrive::smartReturnStatus(Context& c) {
 void AtaDrive::smartExecuteOffline(Context& c) {
   const uint8_t code = c.request.in.lbaLow;
   const uint64_t whole = media_->sectorCount();
-  const uint64_t shortSpan = profile_.shortTestSpan == 0 ? whole : std::min(profile_.shortTestSpan, whole);
+  const uint64_t shortSpan = this->shortSpan();
   const bool canSelfTest = (profile_.offlineCapability & 0x10) != 0;
   switch (code) {
     case kOfflineRoutine:
@@ -228,21 +271,19 @@ void AtaDrive::smartExecuteOffline(Context& c) {
       const bool isShort = code == kShortCaptive;
       startSelfTest(code, (isShort ? profile_.shortTestMinutes : profile_.extendedTestMinutes) * 60u,
                     isShort ? shortSpan : whole);
-      // Captive: the command returns when the test is over.
-      uint64_t bad = 0;
-      uint64_t endMs = test_.startMs + test_.durationMs;
-      if (test_.span != 0 && media_->firstUnreadable(0, test_.span - 1, &bad)) {
-        endMs = test_.startMs + static_cast<uint64_t>(static_cast<double>(test_.durationMs) *
-                                                      static_cast<double>(bad + 1) / static_cast<double>(test_.span));
+      return holdCaptive(c);
+    }
+    case kSelectiveOffline:
+    case kSelectiveCaptive: {
+      uint64_t first = 0, end = 0;
+      if (!canSelfTest || (profile_.offlineCapability & 0x40) == 0 || !selectiveRange(selective_, &first, &end) ||
+          end > whole) {
+        return abort(c);
       }
-      clock_->advanceTo(endMs);
-      updateBackground();
-      if ((selfTestStatus_ >> 4) != kSelfTestPassed) {
-        abort(c);
-        c.response.out.lbaMid = kSmartFailMid;
-        c.response.out.lbaHigh = kSmartFailHigh;
-        return;
-      }
+      // The time of an extended test, in proportion to the sectors read.
+      const double share = static_cast<double>(end - first) / static_cast<double>(std::max<uint64_t>(whole, 1));
+      startSelfTest(code, static_cast<uint32_t>(std::ceil(profile_.extendedTestMinutes * 60.0 * share)), end);
+      if (code == kSelectiveCaptive) return holdCaptive(c);
       return complete(c);
     }
     default:
@@ -253,12 +294,42 @@ void AtaDrive::smartExecuteOffline(Context& c) {
       if (v.code != code) continue;
       if (v.answer == VendorTestAnswer::Abort) return abort(c);
       if (v.answer == VendorTestAnswer::Idnf) return abort(c, kAtaErrorIdnf);
-      startSelfTest(code, v.seconds, shortSpan);
+      startSelfTest(code, v.seconds, whole);  // a vendor routine's reach is its own: the whole surface
       return complete(c);
     }
     return abort(c, profile_.unknownVendorTestError);
   }
   abort(c);  // reserved subcommand
+}
+
+// A captive test: the command returns when the test is over, with ERR, ABRT
+// and the 0xF4/0x2C signature when it failed.
+void AtaDrive::holdCaptive(Context& c) {
+  uint64_t endMs = test_.startMs + test_.durationMs;
+  const uint64_t first = testFirstLba();
+  uint64_t bad = 0;
+  if (test_.span > first && media_->firstUnreadable(first, test_.span - 1, &bad)) {
+    endMs = test_.startMs + static_cast<uint64_t>(static_cast<double>(test_.durationMs) *
+                                                  static_cast<double>(bad + 1 - first) /
+                                                  static_cast<double>(test_.span - first));
+  }
+  clock_->advanceTo(endMs);
+  updateBackground();
+  if ((selfTestStatus_ >> 4) != kSelfTestPassed) {
+    abort(c);
+    c.response.out.lbaMid = kSmartFailMid;
+    c.response.out.lbaHigh = kSmartFailHigh;
+    return;
+  }
+  complete(c);
+}
+
+// The first sector the running test reads: 0, or a selective test's lowest
+// span start.
+uint64_t AtaDrive::testFirstLba() const {
+  uint64_t first = 0, end = 0;
+  if ((test_.subcommand & 0x7F) == kSelectiveOffline && selectiveRange(selective_, &first, &end)) return first;
+  return 0;
 }
 
 void AtaDrive::startSelfTest(uint8_t subcommand, uint32_t seconds, uint64_t span) {
@@ -289,9 +360,10 @@ void AtaDrive::updateBackground() {
   }
   if (!test_.active) return;
   const double duration = static_cast<double>(test_.durationMs);
+  const uint64_t first = testFirstLba();
   uint64_t bad = 0;
-  if (test_.span != 0 && media_->firstUnreadable(0, test_.span - 1, &bad)) {
-    const double at = static_cast<double>(bad + 1) / static_cast<double>(test_.span);
+  if (test_.span > first && media_->firstUnreadable(first, test_.span - 1, &bad)) {
+    const double at = static_cast<double>(bad + 1 - first) / static_cast<double>(test_.span - first);
     const uint64_t failMs = test_.startMs + static_cast<uint64_t>(duration * at);
     if (now >= failMs) {
       finishSelfTest(kSelfTestReadFailure, static_cast<uint8_t>(std::min(9.0, std::ceil((1.0 - at) * 10))), bad);
@@ -333,6 +405,7 @@ void AtaDrive::recordError(const AtaRegisters& failed, uint8_t error, uint8_t st
   e.status = status;
   e.lba = lba;
   e.count = count;
+  e.state = test_.active ? 0x04 : 0x03;
   e.lifetimeHours = lifetimeHours();
   errors_.push_back(e);
   ++errorCount_;
@@ -345,12 +418,21 @@ uint16_t AtaDrive::logPageCount(uint8_t address, bool viaGpl) const {
   if (address == kLogDirectory) return 1;
   if (address >= kLogHostFirst && address <= kLogHostLast) return kHostLogPages;
   if (!profile_.smartSupported) return 0;
+  if ((address == kLogSctStatus || address == kLogSctData) && profile_.sctSupported) return 1;
+  if (address == kLogDeviceStatistics && profile_.deviceStatistics) return 6;  // pages 0-5
   if (viaGpl) {
+    if (address == kLogPendingDefects && profile_.pendingDefectsLog) {
+      size_t pending = 0;
+      for (const auto& entry : media_->unreadableSectors()) pending += entry.second == UnreadableKind::Pending;
+      return static_cast<uint16_t>(1 + (pending > 31 ? (pending - 31 + 31) / 32 : 0));
+    }
+    if (address == kLogSataPhy && profile_.sataPhyCounters) return 1;
     if (address == kLogExtError) return profile_.extErrorLogPages;
     if (address == kLogExtSelfTest) return profile_.extSelfTestLogPages;
     return 0;
   }
   if (address == kLogSummaryError || address == kLogSelfTest) return 1;
+  if (address == kLogSelective && (profile_.offlineCapability & 0x40) != 0) return 1;
   if (address == kLogComprehensiveError) return profile_.comprehensiveErrorLogPages;
   return 0;
 }
@@ -369,6 +451,15 @@ bool AtaDrive::buildLog(uint8_t address, uint16_t page, bool viaGpl, uint8_t* ou
     case kLogExtError: buildExtErrorLog(page, out); return true;
     case kLogSelfTest: buildSelfTestLog(out); return true;
     case kLogExtSelfTest: buildExtSelfTestLog(page, out); return true;
+    case kLogSelective: buildSelectiveLog(out); return true;
+    case kLogDeviceStatistics: buildDeviceStatistics(page, out); return true;
+    case kLogPendingDefects: buildPendingDefects(page, out); return true;
+    case kLogSataPhy: buildSataPhyCounters(out); return true;
+    case kLogSctStatus: buildSctStatus(out); return true;
+    case kLogSctData:
+      if (sctTable_ != 2) return false;
+      buildSctData(out);
+      return true;
     default: return true;  // host logs read as zeros
   }
 }
@@ -533,7 +624,9 @@ void AtaDrive::smartReadLog(Context& c) {
   const uint16_t pages = c.request.in.count;
   if (pages == 0 || pages > logPageCount(address, false)) return abort(c);
   scratch_.assign(size_t{pages} * 512, 0);
-  for (uint16_t p = 0; p < pages; ++p) buildLog(address, p, false, scratch_.data() + size_t{p} * 512);
+  for (uint16_t p = 0; p < pages; ++p) {
+    if (!buildLog(address, p, false, scratch_.data() + size_t{p} * 512)) return abort(c);
+  }
   complete(c);
   sendData(c, scratch_.data(), static_cast<uint32_t>(scratch_.size()));
 }
@@ -551,10 +644,66 @@ void AtaDrive::readLogExt(Context& c) {
   if (pages == 0 || first >= available || pages > available - first) return abort(c);
   scratch_.assign(size_t{pages} * 512, 0);
   for (uint32_t p = 0; p < pages; ++p) {
-    buildLog(address, static_cast<uint16_t>(first + p), true, scratch_.data() + size_t{p} * 512);
+    if (!buildLog(address, static_cast<uint16_t>(first + p), true, scratch_.data() + size_t{p} * 512)) {
+      return abort(c);
+    }
   }
   complete(c);
   sendData(c, scratch_.data(), static_cast<uint32_t>(scratch_.size()));
+}
+
+// SMART WRITE LOG: LBA Low is the log address, Sector Count the pages.
+void AtaDrive::smartWriteLog(Context& c) {
+  const uint8_t address = c.request.in.lbaLow;
+  const uint16_t pages = c.request.in.count;
+  if (pages == 0 || (address != kLogSelective && address != kLogSctStatus) ||
+      pages > logPageCount(address, false)) {
+    return abort(c);
+  }
+  if (c.request.direction != Direction::Out || c.request.data == nullptr || c.request.length < pages * 512u) {
+    return abort(c);  // the data phase broke off
+  }
+  if (writeLog(c, address, pages, c.request.data)) c.response.transferred = pages * 512u;
+}
+
+// WRITE LOG EXT (0x3F): addressed as READ LOG EXT; only the SCT command
+// log takes writes.
+void AtaDrive::writeLogExt(Context& c) {
+  const AtaRegisters& in = c.request.in;
+  if (!profile_.gplSupported) return abort(c);
+  const uint8_t address = in.lbaLow;
+  const uint16_t first = static_cast<uint16_t>(in.lbaMid | (c.request.extended ? in.lbaMidExp << 8 : 0));
+  const uint32_t pages = uint32_t{in.count} | (c.request.extended ? uint32_t{in.countExp} << 8 : 0);
+  if (address != kLogSctStatus || first != 0 || pages != 1 || logPageCount(address, true) == 0) return abort(c);
+  if (c.request.direction != Direction::Out || c.request.data == nullptr || c.request.length < 512) return abort(c);
+  if (writeLog(c, address, pages, c.request.data)) c.response.transferred = 512;
+}
+
+// The written pages of log 9 (the selective self-test spans, kept as the
+// host wrote them; its checksum must hold) or 0xE0 (an SCT command).
+bool AtaDrive::writeLog(Context& c, uint8_t address, uint32_t, const uint8_t* data) {
+  if (address == kLogSctStatus) {
+    sctCommand(c, data);
+    return (c.response.out.status & kAtaStatusErr) == 0;
+  }
+  uint8_t sum = 0;
+  for (int i = 0; i < 512; ++i) sum = static_cast<uint8_t>(sum + data[i]);
+  if (sum != 0) {
+    abort(c);
+    return false;
+  }
+  std::memcpy(selective_.data(), data, 512);
+  complete(c);
+  return true;
+}
+
+// Selective self-test log (9): 0-1 revision, 2-81 five spans of start and
+// end LBA (8 bytes each), 492-499 current LBA, 500-501 current span,
+// 502-503 feature flags, 508-509 pending time, 511 checksum. Kept as the host
+// wrote it.
+void AtaDrive::buildSelectiveLog(uint8_t* out) const {
+  std::memcpy(out, selective_.data(), 512);
+  sealChecksum(out);
 }
 
 }  // namespace sim

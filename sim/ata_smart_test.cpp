@@ -296,5 +296,137 @@ TEST(AtaSmart, FlaggedUncorrectableReadsFailWithoutAnErrorLogEntry) {
   EXPECT_EQ(rig.smartLog(1)[1], 0);
 }
 
+TEST(AtaSmart, SelectiveSelfTestLogIsReadableAndKeepsWhatTheHostWrote) {
+  SmartRig rig;
+  auto log = rig.smartLog(0x09);
+  EXPECT_EQ(log[0], 1) << "revision";
+  EXPECT_EQ(byteSum(log.data(), 512), 0);
+  // SMART WRITE LOG 09h: a span 100-200 with a valid checksum.
+  std::vector<uint8_t> spans(512, 0);
+  spans[0] = 1;
+  spans[2] = 100;
+  spans[10] = 200;
+  spans[511] = static_cast<uint8_t>(-byteSum(spans.data(), 511));
+  AtaRequest w = smartRequest(0xD6, 0x09, 1);
+  w.direction = Direction::Out;
+  w.data = spans.data();
+  w.length = 512;
+  EXPECT_EQ(rig.drive.executeAta(w).out.status, 0x50);
+  log = rig.smartLog(0x09);
+  EXPECT_EQ(log[2], 100);
+  EXPECT_EQ(log[10], 200);
+  EXPECT_EQ(byteSum(log.data(), 512), 0);
+  // A block whose checksum does not hold is refused.
+  spans[2] = 7;
+  EXPECT_EQ(rig.drive.executeAta(w).out.error, 0x04);
+  EXPECT_EQ(rig.smartLog(0x09)[2], 100);
+}
+
+TEST(AtaSmart, LoggedReadErrorShowsTheDeviceActiveOrIdle) {
+  SmartRig rig;
+  rig.media->markUnreadable(5000, UnreadableKind::Pending);
+  std::vector<uint8_t> b;
+  readInto(rig.drive, lba48Request(0x25, 4992, 16), b, 16 * 512);
+  const auto log = rig.smartLog(0x01);
+  EXPECT_EQ(log[2 + 60 + 27], 0x03) << "state: active or idle";
+}
+
+TEST(AtaSmart, SctStatusReportsTemperatureAndTheLastCommand) {
+  SmartRig rig;
+  auto status = rig.smartLog(0xE0);
+  EXPECT_EQ(status[0], 3) << "format version";
+  EXPECT_EQ(status[200], 37) << "current temperature";
+  EXPECT_EQ(status[214] | status[215] << 8, 0xC24F) << "SMART status: passed";
+  // SCT error recovery control, set the read timer to 7 s, then get it.
+  std::vector<uint8_t> key(512, 0);
+  key[0] = 3;
+  key[2] = 1;
+  key[4] = 1;
+  key[6] = 70;
+  AtaRequest w = smartRequest(0xD6, 0xE0, 1);
+  w.direction = Direction::Out;
+  w.data = key.data();
+  w.length = 512;
+  EXPECT_EQ(rig.drive.executeAta(w).out.status, 0x50);
+  key[2] = 2;
+  const AtaResponse got = rig.drive.executeAta(w);
+  EXPECT_EQ(got.out.count | got.out.lbaLow << 8, 70);
+  status = rig.smartLog(0xE0);
+  EXPECT_EQ(status[16], 3) << "action code of the last command";
+  EXPECT_EQ(status[18], 2) << "its function code";
+  EXPECT_EQ(status[14] | status[15] << 8, 0) << "completed";
+}
+
+TEST(AtaSmart, SctTemperatureHistoryFollowsADataTableRead) {
+  SmartRig rig;
+  std::vector<uint8_t> b;
+  EXPECT_EQ(readInto(rig.drive, smartRequest(0xD5, 0xE1, 1), b, 512).out.error, 0x04)
+      << "no table was asked for";
+  std::vector<uint8_t> key(512, 0);
+  key[0] = 5;
+  key[2] = 1;
+  key[4] = 2;
+  AtaRequest w = smartRequest(0xD6, 0xE0, 1);
+  w.direction = Direction::Out;
+  w.data = key.data();
+  w.length = 512;
+  EXPECT_EQ(rig.drive.executeAta(w).out.status, 0x50);
+  const auto table = rig.smartLog(0xE1);
+  EXPECT_EQ(table[0], 2) << "format version";
+  EXPECT_EQ(table[30] | table[31] << 8, 128) << "ring size";
+  EXPECT_EQ(table[34 + 127], 37) << "newest entry";
+}
+
+TEST(AtaSmart, LogDirectoryListsTheSelectiveSctAndStatisticsLogs) {
+  SmartRig rig;
+  const auto dir = rig.smartLog(0x00);
+  EXPECT_EQ(dir[2 * 0x09], 1);
+  EXPECT_EQ(dir[2 * 0xE0], 1);
+  EXPECT_EQ(dir[2 * 0xE1], 1);
+  EXPECT_EQ(dir[2 * 0x04], 6);
+  std::vector<uint8_t> gpl;
+  EXPECT_EQ(rig.logExt(0x00, 0, 1, gpl).out.status, 0x50);
+  EXPECT_EQ(gpl[2 * 0x11], 1) << "SATA phy event counters";
+  EXPECT_EQ(gpl[2 * 0x0C], 1) << "pending defects";
+}
+
+TEST(AtaSmart, ShortSelfTestReadsOnlyItsSampleOfTheSurface) {
+  SmartRig rig(smartProfile(), 64000);
+  rig.media->markUnreadable(5000, UnreadableKind::Pending);  // beyond the first 1/64
+  rig.execute(0x01);
+  rig.clock->advanceMs(3 * 60 * 1000);
+  EXPECT_EQ(rig.smartData()[363], 0x00) << "passed";
+  rig.execute(0x02);
+  rig.clock->advanceMs(101 * 60 * 1000);
+  EXPECT_EQ(rig.smartData()[363] >> 4, 7) << "the extended test finds it";
+}
+
+TEST(AtaSmart, SelectiveSelfTestReadsItsSpansAndStopsAtAnUnreadableSectorInThem) {
+  SmartRig rig;
+  rig.media->markUnreadable(100, UnreadableKind::Pending);  // before the span: never read
+  rig.media->markUnreadable(600000, UnreadableKind::Pending);
+  EXPECT_EQ(rig.execute(0x04).out.error, 0x04) << "no span written yet";
+  std::vector<uint8_t> spans(512, 0);
+  spans[0] = 1;
+  spans[2] = 0x20;  // span 1 from 500000 (07A120h)
+  spans[3] = 0xA1;
+  spans[4] = 0x07;
+  spans[10] = 0x60;  // to 700000 (0AAE60h)
+  spans[11] = 0xAE;
+  spans[12] = 0x0A;
+  spans[511] = static_cast<uint8_t>(-byteSum(spans.data(), 511));
+  AtaRequest w = smartRequest(0xD6, 0x09, 1);
+  w.direction = Direction::Out;
+  w.data = spans.data();
+  w.length = 512;
+  ASSERT_EQ(rig.drive.executeAta(w).out.status, 0x50);
+  EXPECT_EQ(rig.execute(0x04).out.status, 0x50);
+  rig.clock->advanceMs(100 * 60 * 1000);
+  EXPECT_EQ(rig.smartData()[363] >> 4, 7) << "read failure";
+  const auto log = rig.smartLog(0x06);
+  EXPECT_EQ(log[2], 0x04) << "a selective test";
+  EXPECT_EQ(log[7] | log[8] << 8 | log[9] << 16, 600000) << "the sector inside the span, not the one before it";
+}
+
 }  // namespace
 }  // namespace sim

@@ -21,6 +21,9 @@ const char* Machine::defaultMachineJson() {
         "physicalSectorExponent": 3,
         "rotationRate": 7200,
         "bufferSize": 0,
+        "wwn": "0x50014EE2B5C3A1D7",
+        "formFactor": 2,
+        "sataRevision": "3.0",
         "majorVersion": 2040,
         "minorVersion": 31,
         "temperatureCelsius": 36,
@@ -28,6 +31,7 @@ const char* Machine::defaultMachineJson() {
         "smart": {
           "shortTestMinutes": 2,
           "extendedTestMinutes": 112,
+          "shortTestSpan": 200000000,
           "selfTestStatus": 115,
           "attributes": [
             {"id": 1, "flags": 47, "value": 200, "worst": 200, "raw": 14, "threshold": 51},
@@ -79,6 +83,10 @@ const char* Machine::defaultMachineJson() {
         "physicalSectorExponent": 3,
         "rotationRate": 1,
         "trim": true,
+        "wwn": "0x500A0751E1E4A6B2",
+        "formFactor": 3,
+        "sataRevision": "3.2",
+        "sectorsWritten": 9461927531,
         "majorVersion": 4088,
         "minorVersion": 0,
         "temperatureCelsius": 33,
@@ -125,6 +133,7 @@ const char* Machine::defaultMachineJson() {
         "serial": "S4EWNX0R512345B",
         "firmware": "2B2QEXM7",
         "eui64": "0x002538581B40C0DE",
+        "warningTemperatureKelvin": 358,
         "capacitySectors": 1953525168,
         "health": {"compositeTemperatureKelvin": 311, "percentageUsed": 2, "powerOnHours": 5310}
       }
@@ -141,9 +150,21 @@ const char* Machine::defaultMachineJson() {
         "wwn": "0x5000C500A1B2C3D4",
         "capacitySectors": 7814037168,
         "rotationRate": 7200,
-        "formFactor": 3,
+        "formFactor": 2,
         "temperatureCelsius": 34,
+        "referenceTemperatureCelsius": 68,
+        "iecFlags": 16,
         "powerOnHours": 30544,
+        "errorCounters": {
+          "write": {"correctedFast": 0, "correctedDelayed": 0, "retries": 0, "corrected": 0,
+                    "algorithmInvocations": 0, "bytesProcessed": 81604378624000, "uncorrected": 0},
+          "read": {"correctedFast": 1803311, "correctedDelayed": 0, "retries": 0, "corrected": 1803311,
+                   "algorithmInvocations": 0, "bytesProcessed": 219902325555200, "uncorrected": 0},
+          "verify": {"correctedFast": 12, "correctedDelayed": 0, "retries": 0, "corrected": 12,
+                     "algorithmInvocations": 0, "bytesProcessed": 4398046511104, "uncorrected": 0},
+          "nonMedium": 3
+        },
+        "backgroundScan": {"status": 0, "scansPerformed": 127, "progress": 0, "mediumScansPerformed": 127},
         "selfTest": {
           "shortSeconds": 90,
           "extendedSeconds": 30000,
@@ -162,6 +183,9 @@ const char* Machine::defaultMachineJson() {
         "capacitySectors": 3907029168,
         "physicalSectorExponent": 3,
         "rotationRate": 5400,
+        "wwn": "0x50014EE20F4C3B2A",
+        "formFactor": 3,
+        "sataRevision": "3.1",
         "temperatureCelsius": 39,
         "powerOnHours": 2210,
         "smart": {
@@ -188,8 +212,39 @@ const char* Machine::defaultMachineJson() {
         "capacitySectors": 1953525168,
         "physicalSectorExponent": 3,
         "rotationRate": 5400,
+        "wwn": "0x5000C500B3A4C5D6",
+        "formFactor": 3,
+        "sataRevision": "3.1",
+        "sataGeneration": 3,
         "temperatureCelsius": 31,
-        "powerOnHours": 644
+        "powerOnHours": 644,
+        "smart": {
+          "attributes": [
+            {"id": 1, "flags": 15, "value": 81, "worst": 64, "raw": 122184064, "threshold": 6},
+            {"id": 3, "flags": 3, "value": 99, "worst": 99, "raw": 0, "threshold": 0},
+            {"id": 4, "flags": 50, "value": 100, "worst": 100, "raw": 212, "threshold": 20},
+            {"id": 5, "flags": 51, "value": 100, "worst": 100, "raw": 0, "threshold": 36},
+            {"id": 7, "flags": 15, "value": 80, "worst": 60, "raw": 98517044, "threshold": 30},
+            {"id": 9, "flags": 50, "value": 100, "worst": 100, "raw": 644, "threshold": 0},
+            {"id": 10, "flags": 19, "value": 100, "worst": 100, "raw": 0, "threshold": 97},
+            {"id": 12, "flags": 50, "value": 100, "worst": 100, "raw": 208, "threshold": 20},
+            {"id": 184, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 99},
+            {"id": 187, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 188, "flags": 50, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 189, "flags": 58, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 190, "flags": 34, "value": 69, "worst": 55, "raw": 31, "threshold": 45},
+            {"id": 191, "flags": 50, "value": 100, "worst": 100, "raw": 4, "threshold": 0},
+            {"id": 192, "flags": 50, "value": 100, "worst": 100, "raw": 31, "threshold": 0},
+            {"id": 193, "flags": 50, "value": 99, "worst": 99, "raw": 2915, "threshold": 0},
+            {"id": 194, "flags": 34, "value": 31, "worst": 45, "raw": 31, "threshold": 0},
+            {"id": 197, "flags": 18, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 198, "flags": 16, "value": 100, "worst": 100, "raw": 0, "threshold": 0},
+            {"id": 199, "flags": 62, "value": 200, "worst": 200, "raw": 0, "threshold": 0},
+            {"id": 240, "flags": 0, "value": 100, "worst": 253, "raw": 612, "threshold": 0},
+            {"id": 241, "flags": 0, "value": 100, "worst": 253, "raw": 1811532004, "threshold": 0},
+            {"id": 242, "flags": 0, "value": 100, "worst": 253, "raw": 2241357013, "threshold": 0}
+          ]
+        }
       },
       "bridge": {"type": "jmicron", "vendor": "JMicron", "product": "Generic", "revision": "0508",
                  "serial": "0123456789ABCDEF"}

@@ -2,6 +2,7 @@
 #include "sim/journal.h"
 
 #include <cstring>
+#include <fstream>
 
 namespace sim {
 
@@ -138,6 +139,58 @@ bool Journal::anyWrittenIn(const std::string& device, uint64_t first, uint64_t l
     if (w.first <= last && wLast >= first) return true;
   }
   return false;
+}
+
+namespace {
+
+const char* completionName(Completion completion) {
+  switch (completion) {
+    case Completion::Done: return "done";
+    case Completion::Timeout: return "timeout";
+    case Completion::NoDevice: return "no-device";
+    case Completion::TransportError: return "transport-error";
+  }
+  return "unknown";
+}
+
+std::string hexBytes(const uint8_t* bytes, size_t count) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (size_t i = 0; i < count; ++i) {
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 0x0F];
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string Journal::text() const {
+  std::string out = "# simulated PC journal: " + std::to_string(entries_.size()) + " entries, " +
+                    std::to_string(dropped_) + " dropped\n";
+  for (const auto& e : entries_) {
+    out += std::to_string(e.timeMs) + " " + deviceName(e.device) + " ";
+    if (e.kind == JournalKind::SectorWrite) {
+      out += "write " + std::to_string(e.lba) + " " + std::to_string(e.count) + "\n";
+      continue;
+    }
+    out += e.kind == JournalKind::AtaCommand ? "ata " : "scsi ";
+    out += hexBytes(e.bytes.data(), e.length) + " " + completionName(e.completion) + " " + hexBytes(&e.status, 1) +
+           " " + hexBytes(&e.error, 1) + "\n";
+  }
+  return out;
+}
+
+bool Journal::writeText(const std::string& path, std::string* error) const {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  const std::string body = text();
+  file.write(body.data(), static_cast<std::streamsize>(body.size()));
+  file.close();
+  if (!file) {
+    if (error != nullptr) *error = "cannot write the journal to '" + path + "'";
+    return false;
+  }
+  return true;
 }
 
 }  // namespace sim

@@ -71,6 +71,23 @@ class Journal {
   // True when any sector in [first, last] was written.
   bool anyWrittenIn(const std::string& device, uint64_t first, uint64_t last) const;
 
+  // The whole journal as text, one entry a line, for a process outside the
+  // simulated PC (MODULE_STORAGE_JOURNAL). A first line starting with '#'
+  // counts the entries and those dropped; then, oldest first, fields
+  // separated by one blank:
+  //   TIME DEVICE write LBA COUNT
+  //   TIME DEVICE ata REGISTERS COMPLETION STATUS ERROR
+  //   TIME DEVICE scsi CDB COMPLETION STATUS SENSE_KEY
+  // TIME is milliseconds on the machine's clock, LBA and COUNT decimal,
+  // REGISTERS the 12 register bytes in the order of JournalEntry and CDB the
+  // command bytes, both as hex digits without blanks; COMPLETION is done,
+  // timeout, no-device or transport-error; STATUS, ERROR and SENSE_KEY two
+  // hex digits.
+  std::string text() const;
+  // Writes text() to `path`, replacing the file. False, with *error naming
+  // the file, when it cannot be written.
+  bool writeText(const std::string& path, std::string* error) const;
+
  private:
   bool findDevice(const std::string& name, uint32_t* id) const;
 

@@ -35,6 +35,53 @@ struct FaultSpec {
 
 std::string indexed(const std::string& path, size_t i) { return path + "[" + std::to_string(i) + "]"; }
 
+// The deepest nesting of objects and arrays a description may have. The
+// deepest the format itself needs is a handful of levels; the limit keeps a
+// hostile document from driving a recursive copy or comparison of the parsed
+// tree past the stack.
+constexpr size_t kMaxNesting = 64;
+
+std::string nestingError() {
+  return "(machine): nested deeper than " + std::to_string(kMaxNesting) + " levels of objects and arrays";
+}
+
+// The nesting depth of JSON text, counted without parsing: brackets inside
+// strings do not count. Stops counting once past the limit.
+bool textNestsTooDeep(const std::string& text) {
+  size_t depth = 0;
+  bool inString = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '{' || c == '[') {
+      if (++depth > kMaxNesting) return true;
+    } else if ((c == '}' || c == ']') && depth > 0) {
+      --depth;
+    }
+  }
+  return false;
+}
+
+// The same for a parsed document, walked with a stack of its own.
+bool treeNestsTooDeep(const json& root) {
+  std::vector<std::pair<const json*, size_t>> pending{{&root, 1}};
+  while (!pending.empty()) {
+    const auto [node, depth] = pending.back();
+    pending.pop_back();
+    if (!node->is_structured()) continue;
+    if (depth > kMaxNesting) return true;
+    for (const json& child : *node) pending.emplace_back(&child, depth + 1);
+  }
+  return false;
+}
+
 // capacitySectors (required) and logicalSectorSize of a profile.
 void readGeometry(DescriptionReader& r, MediaSpec* m) {
   if (r.require("capacitySectors")) r.unsignedInt("capacitySectors", &m->sectors, kMaxSectors);
@@ -124,6 +171,32 @@ void readAtaProfile(const json& j, const std::string& path, std::string* error, 
   r.boolean("writeUncorrectable", &p->writeUncorrectableSupported);
   r.boolean("integrityWord", &p->integrityWord);
   r.boolean("trim", &p->trimSupported);
+  r.identifier("wwn", &p->wwn);
+  r.number("formFactor", &p->formFactor);
+  if (p->formFactor > 15) r.fail(r.pathOf("formFactor"), "must be at most 15");
+  size_t sataRevision = 0;
+  if (r.choice("sataRevision", {"2.5", "2.6", "3.0", "3.1", "3.2", "3.3", "3.4", "3.5"}, &sataRevision)) {
+    p->sataRevisionBit = static_cast<uint8_t>(3 + sataRevision);
+  }
+  r.number("sataGeneration", &p->sataGeneration);
+  r.boolean("deviceStatistics", &p->deviceStatistics);
+  r.boolean("pendingDefectsLog", &p->pendingDefectsLog);
+  r.boolean("sataPhyCounters", &p->sataPhyCounters);
+  r.number("powerCycles", &p->powerCycles);
+  r.unsignedInt("sectorsRead", &p->sectorsRead, 0xFFFFFFFFFFFFULL);
+  r.unsignedInt("sectorsWritten", &p->sectorsWritten, 0xFFFFFFFFFFFFULL);
+  if (p->sataGeneration < 1 || p->sataGeneration > 3) r.fail(r.pathOf("sataGeneration"), "must be 1, 2 or 3");
+  const json* sct = nullptr;
+  if (r.object("sct", &sct)) {
+    DescriptionReader s(*sct, r.pathOf("sct"), error);
+    s.boolean("supported", &p->sctSupported);
+    s.boolean("errorRecoveryControl", &p->sctErrorRecoveryControl);
+    s.boolean("featureControl", &p->sctFeatureControl);
+    s.signedInt("lifetimeMinCelsius", &p->lifetimeMinTemperatureCelsius, -40, 127);
+    s.signedInt("lifetimeMaxCelsius", &p->lifetimeMaxTemperatureCelsius, -40, 127);
+    s.signedInt("maxOperatingCelsius", &p->maxOperatingTemperatureCelsius, -40, 122);
+    s.finish();
+  }
   r.signedInt("temperatureCelsius", &p->temperatureCelsius, -40, 255);
   r.number("powerOnHours", &p->powerOnHours);
   const json* sec = nullptr;
@@ -204,6 +277,9 @@ void readAtaProfile(const json& j, const std::string& path, std::string* error, 
         ErrorLogEntry e;
         uint8_t command = 0x25;
         t.number("command", &command);
+        uint64_t timestamp = UINT64_MAX;
+        t.unsignedInt("timestampMs", &timestamp, 0xFFFFFFFFULL);
+        t.number("state", &e.state);
         t.unsignedInt("lba", &e.lba, 0xFFFFFFFFFFFFULL);
         t.number("count", &e.count);
         t.number("error", &e.error);
@@ -221,8 +297,25 @@ void readAtaProfile(const json& j, const std::string& path, std::string* error, 
         failed.lbaMidExp = static_cast<uint8_t>(e.lba >> 32);
         failed.lbaHighExp = static_cast<uint8_t>(e.lba >> 40);
         failed.device = 0x40;
+        // The drive's power-on clock in ms, 32 bits: without a stated value,
+        // the lifetime hours as if the drive had never been switched off.
+        if (timestamp == UINT64_MAX) timestamp = (uint64_t{e.lifetimeHours} * 3600000) & 0xFFFFFFFFULL;
+        // The four commands before it: the same command streaming through
+        // the sectors just ahead, one millisecond apart.
+        for (unsigned k = 4; k >= 1; --k) {
+          AtaRegisters before = failed;
+          const uint64_t lba = e.lba >= uint64_t{e.count} * k ? e.lba - uint64_t{e.count} * k : 0;
+          before.lbaLow = static_cast<uint8_t>(lba);
+          before.lbaMid = static_cast<uint8_t>(lba >> 8);
+          before.lbaHigh = static_cast<uint8_t>(lba >> 16);
+          before.lbaLowExp = static_cast<uint8_t>(lba >> 24);
+          before.lbaMidExp = static_cast<uint8_t>(lba >> 32);
+          before.lbaHighExp = static_cast<uint8_t>(lba >> 40);
+          e.commands.push_back(before);
+          e.commandTimestampsMs.push_back(static_cast<uint32_t>(timestamp >= k ? timestamp - k : 0));
+        }
         e.commands.push_back(failed);
-        e.commandTimestampsMs.push_back(0);
+        e.commandTimestampsMs.push_back(static_cast<uint32_t>(timestamp));
         p->errorLog.push_back(e);
       }
     }
@@ -295,7 +388,39 @@ void readScsiProfile(const json& j, const std::string& path, std::string* error,
   r.number("mrie", &p->mrie);
   if (p->mrie > 6) r.fail(r.pathOf("mrie"), "must be at most 6");
   r.boolean("writeCacheEnabled", &p->writeCacheEnabled);
+  r.boolean("healthQuirks", &p->healthQuirks);
   r.number("powerOnHours", &p->powerOnHours);
+  const json* counters = nullptr;
+  if (r.object("errorCounters", &counters)) {
+    DescriptionReader ec(*counters, r.pathOf("errorCounters"), error);
+    const std::pair<const char*, ScsiErrorCounters*> pages[] = {
+        {"write", &p->writeErrors}, {"read", &p->readErrors}, {"verify", &p->verifyErrors}};
+    for (const auto& page : pages) {
+      const json* one = nullptr;
+      if (!ec.object(page.first, &one)) continue;
+      DescriptionReader e(*one, ec.pathOf(page.first), error);
+      e.unsignedInt("correctedFast", &page.second->correctedFast);
+      e.unsignedInt("correctedDelayed", &page.second->correctedDelayed);
+      e.unsignedInt("retries", &page.second->retries);
+      e.unsignedInt("corrected", &page.second->corrected);
+      e.unsignedInt("algorithmInvocations", &page.second->algorithmInvocations);
+      e.unsignedInt("bytesProcessed", &page.second->bytesProcessed);
+      e.unsignedInt("uncorrected", &page.second->uncorrected);
+      e.finish();
+    }
+    ec.unsignedInt("nonMedium", &p->nonMediumErrors);
+    ec.finish();
+  }
+  const json* scan = nullptr;
+  if (r.object("backgroundScan", &scan)) {
+    DescriptionReader b(*scan, r.pathOf("backgroundScan"), error);
+    b.boolean("supported", &p->backgroundScanSupported);
+    b.number("status", &p->backgroundScan.status);
+    b.number("scansPerformed", &p->backgroundScan.scansPerformed);
+    b.number("progress", &p->backgroundScan.progress);
+    b.number("mediumScansPerformed", &p->backgroundScan.mediumScansPerformed);
+    b.finish();
+  }
   const json* st = nullptr;
   if (r.object("selfTest", &st)) {
     DescriptionReader s(*st, r.pathOf("selfTest"), error);
@@ -316,6 +441,11 @@ void readNvmeProfile(const json& j, const std::string& path, std::string* error,
   r.string("serial", &p->serial, 20);
   r.string("firmware", &p->firmware, 8);
   r.identifier("eui64", &p->eui64);
+  r.boolean("healthQuirks", &p->healthQuirks);
+  r.number("warningTemperatureKelvin", &p->warningTemperatureKelvin);
+  if (p->warningTemperatureKelvin < 273 || p->warningTemperatureKelvin > 273 + 255) {
+    r.fail(r.pathOf("warningTemperatureKelvin"), "must be between 273 and 528");
+  }
   readGeometry(r, m);
   const json* h = nullptr;
   if (r.object("health", &h)) {
@@ -353,6 +483,9 @@ void readBridge(const json& j, const std::string& path, std::string* error, Brid
   size_t format = 0;
   if (r.choice("senseFormat", {"fixed", "descriptor"}, &format)) b->senseFormat = static_cast<SenseFormat>(format);
   if (b->vendor.empty()) b->vendor = "USB";  // a bridge names itself, not "ATA"
+  b->satVendor = b->vendor;
+  b->satProduct = b->product;
+  b->satRevision = b->revision;
   const json* f = nullptr;
   if (r.object("faults", &f)) readFaults(*f, r.pathOf("faults"), error, faults);
   r.finish();
@@ -383,13 +516,17 @@ bool buildDisk(const json& j, size_t index, Machine& machine, std::string* error
   r.keep("partitions");
   r.keep("volumes");
   r.keep("files");
+  uint64_t layoutNeedsBytes = 0;  // read by the Windows face as it stands
+  r.unsignedInt("layoutNeedsBytes", &layoutNeedsBytes);
   const json* smartVersion = nullptr;
   if (r.object("smartGetVersion", &smartVersion)) {
     // Read by the Windows face as it stands; checked here so that a wrong
     // value is refused with its path instead of being ignored there.
     DescriptionReader v(*smartVersion, r.pathOf("smartGetVersion"), error);
     uint32_t capabilities = 0;
+    bool failsWithReply = false;
     v.number("capabilities", &capabilities);
+    v.boolean("failsWithReply", &failsWithReply);
     v.finish();
   }
 
@@ -528,6 +665,10 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
   std::string local;
   std::string* err = error != nullptr ? error : &local;
   err->clear();
+  if (treeNestsTooDeep(description)) {
+    *err = nestingError();
+    return nullptr;
+  }
   auto machine = std::make_unique<Machine>();
   machine->description = description;
   DescriptionReader r(description, "", err);
@@ -573,9 +714,18 @@ std::unique_ptr<Machine> Machine::fromJson(const json& description, std::string*
 }
 
 std::unique_ptr<Machine> Machine::fromJsonText(const std::string& text, std::string* error) {
-  json j = json::parse(text, nullptr, false);
-  if (j.is_discarded()) {
-    if (error != nullptr) *error = "(machine): not valid JSON";
+  if (textNestsTooDeep(text)) {
+    if (error != nullptr) *error = nestingError();
+    return nullptr;
+  }
+  json j;
+  try {
+    j = json::parse(text);
+  } catch (const json::parse_error& failure) {
+    // Where the text went wrong, without the library's own prefix.
+    std::string where = failure.what();
+    const size_t at = where.find("parse error");
+    if (error != nullptr) *error = "(machine): not valid JSON: " + (at == std::string::npos ? where : where.substr(at));
     return nullptr;
   }
   return fromJson(j, error);

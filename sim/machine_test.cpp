@@ -235,11 +235,38 @@ TEST(MachineDescription, RejectsDuplicateNamesBadJsonAndMissingImages) {
   EXPECT_EQ(rejection(R"({"disks": [{"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1}},
       {"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1}}]})"),
             "disks[1].name: a disk of this name exists already");
-  EXPECT_EQ(rejection("{\"disks\": ["), "(machine): not valid JSON");
+  EXPECT_EQ(rejection("{\"disks\": [").rfind("(machine): not valid JSON: parse error at line 1, column ", 0), 0u)
+      << rejection("{\"disks\": [");
   EXPECT_EQ(rejection("[]"), "(machine): expected an object");
   const std::string error = rejection(oneDisk(R"({"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1},
       "media": {"image": "/nonexistent/x.img"}})"));
   EXPECT_EQ(error.rfind("disks[0].media.image: cannot open image file", 0), 0u) << error;
+}
+
+TEST(MachineDescription, RefusesADocumentNestedDeeperThanSixtyFourLevels) {
+  // 100,000 levels: the text is refused before it is parsed.
+  const std::string deep = "{\"name\": " + std::string(100000, '[') + std::string(100000, ']') + "}";
+  EXPECT_EQ(rejection(deep), "(machine): nested deeper than 64 levels of objects and arrays");
+  // Brackets inside strings are text, not nesting.
+  std::string error;
+  EXPECT_NE(Machine::fromJsonText("{\"name\": \"" + std::string(100, '[') + "\", \"disks\": []}", &error), nullptr)
+      << error;
+  // 64 levels pass the depth check (the face keeps that key as raw JSON), 65 do not.
+  const auto nested = [](size_t levels) {
+    return "{\"controllers\": " + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
+  };
+  EXPECT_NE(Machine::fromJsonText(nested(64), &error), nullptr) << error;
+  EXPECT_EQ(rejection(nested(65)), "(machine): nested deeper than 64 levels of objects and arrays");
+}
+
+TEST(MachineDescription, RefusesAParsedDocumentNestedTooDeepWithoutRecursing) {
+  nlohmann::json deep = nlohmann::json::array();
+  for (int i = 0; i < 100000; ++i) deep = nlohmann::json::array({std::move(deep)});
+  nlohmann::json description = {{"controllers", nullptr}};
+  description["controllers"] = std::move(deep);
+  std::string error;
+  EXPECT_EQ(Machine::fromJson(description, &error), nullptr);
+  EXPECT_EQ(error, "(machine): nested deeper than 64 levels of objects and arrays");
 }
 
 TEST(MachineDescription, FaultsAndUnreadableKindsReachTheDevices) {

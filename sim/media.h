@@ -1,6 +1,9 @@
 // The recording surface of a simulated disk: a sparse store of sectors that
-// can stand for several TiB while holding only what was written. It knows
-// nothing of commands; drives, bridges and the Windows face all reach it.
+// can stand for several TiB while holding only what was written. A run of
+// sectors that each hold one byte value throughout (a test pattern, a zeroed
+// area) is kept as that byte and its extent, so gigabytes of pattern cost a
+// few bytes. It knows nothing of commands; drives, bridges and the Windows
+// face all reach it.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +11,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "sim/virtual_clock.h"
@@ -84,9 +86,10 @@ class Media {
   const std::map<uint64_t, UnreadableKind>& unreadableSectors() const { return unreadable_; }
   size_t unreadableCount(UnreadableKind kind) const;
 
-  // Sectors that hold written data (not counting the image).
-  size_t storedSectors() const { return sectors_.size(); }
-  bool isStored(uint64_t lba) const { return sectors_.count(lba) != 0; }
+  // Sectors that hold written data (not counting the image), whether kept
+  // byte for byte or as a run of one byte value.
+  size_t storedSectors() const;
+  bool isStored(uint64_t lba) const { return sectors_.count(lba) != 0 || runAt(lba) != nullptr; }
 
   // Names this media in the journal, with the clock that dates its writes;
   // without a journal nothing is recorded.
@@ -94,13 +97,32 @@ class Media {
                   std::shared_ptr<const VirtualClock> clock);
 
  private:
+  // Sectors in [first, first + count) that hold one byte value throughout.
+  struct UniformRun {
+    uint64_t count = 0;
+    uint8_t byte = 0;
+  };
+
   void fillSector(uint64_t lba, uint8_t* out) const;
+  // The run that holds `lba`, or null.
+  const UniformRun* runAt(uint64_t lba) const;
+  // Drops [first, first + count) from the runs, splitting those that straddle
+  // its edges.
+  void carveRuns(uint64_t first, uint64_t count);
+  // Stores [first, first + count) as sectors of `byte`, joined to a
+  // neighbouring run of the same byte.
+  void storeRun(uint64_t first, uint64_t count, uint8_t byte);
 
   uint32_t sectorSize_;
   uint64_t sectorCount_;
   SectorFill fill_ = SectorFill::Zeros;
   uint8_t fillByte_ = 0;
-  std::unordered_map<uint64_t, std::unique_ptr<uint8_t[]>> sectors_;
+  // Written sectors of mixed content, byte for byte; ordered so that a run
+  // written over them drops them by range.
+  std::map<uint64_t, std::unique_ptr<uint8_t[]>> sectors_;
+  // Written sectors of one byte value, by first LBA; runs never overlap each
+  // other or an entry of sectors_.
+  std::map<uint64_t, UniformRun> runs_;
   std::map<uint64_t, UnreadableKind> unreadable_;
   mutable std::ifstream image_;
   uint64_t imageSectors_ = 0;

@@ -30,7 +30,12 @@ ScsiProfile scsiProfileOf(const NvmeProfile& nvme) {
   p.rotationRate = 1;
   p.formFactor = 0;
   p.selfTestSupported = false;
+  p.extendedTestSeconds = 0;
+  p.backgroundScanSupported = false;
+  p.referenceTemperatureCelsius = static_cast<int>(nvme.warningTemperatureKelvin) - 273;
   p.mrie = 6;
+  p.healthQuirks = nvme.healthQuirks;
+  p.iecFlags = 0x10;  // EWASC: the controller warns of its temperature (critical warning bit 1)
   return p;
 }
 
@@ -39,7 +44,8 @@ NvmeDisk::NvmeDisk(NvmeProfile profile, std::shared_ptr<Media> media, std::share
   deriveScsiView();
 }
 
-// Temperature: the composite temperature in Celsius. Informational
+// Temperature: the composite temperature in Celsius, the reference
+// temperature WCTEMP in Celsius (in scsiProfileOf). Informational
 // exceptions: any critical warning bit is a predicted failure (ASC 0x5D).
 void NvmeDisk::deriveScsiView() {
   ScsiProfile& p = profile();
@@ -54,6 +60,10 @@ ScsiResponse NvmeDisk::executeScsi(const ScsiRequest& request) {
 }
 
 std::vector<uint8_t> NvmeDisk::supportedVpdPages() const { return {0x00, 0x80, 0x83, 0xB1}; }
+
+// The translation keeps supported pages, temperature and informational
+// exceptions; there are no error counters or self-test results behind it.
+std::vector<uint8_t> NvmeDisk::supportedLogPages() const { return {0x00, 0x0D, 0x2F}; }
 
 // Page 0x83 carries the EUI64 as an EUI-64 designator (type 2) instead of
 // an NAA one; the others are the drive's.

@@ -30,7 +30,11 @@ struct NvmeProfile {
   std::string serial = "SIMNVME0001";    // SN
   std::string firmware = "1.0";          // FR
   uint64_t eui64 = 0x0025385A71B00001ULL;  // namespace EUI64; 0 when absent
+  // WCTEMP of Identify Controller: the composite temperature at which the
+  // controller warns; the translation's reference temperature.
+  uint16_t warningTemperatureKelvin = 358;
   NvmeHealth health;
+  bool healthQuirks = false;  // the SCSI translation's; see ScsiProfile
 };
 
 class NvmeDisk : public ScsiDrive {
@@ -44,6 +48,7 @@ class NvmeDisk : public ScsiDrive {
  protected:
   std::vector<uint8_t> vpdPage(uint8_t page) const override;
   std::vector<uint8_t> supportedVpdPages() const override;
+  std::vector<uint8_t> supportedLogPages() const override;
 
  private:
   void deriveScsiView();

@@ -78,5 +78,15 @@ TEST(NvmeDisk, SendDiagnosticAndTheSelfTestPageAreNotTranslated) {
   EXPECT_EQ(senseAsc(log.response.sense), kAscInvalidFieldInCdb);
 }
 
+TEST(NvmeDisk, ReferenceTemperatureIsTheWarningThreshold) {
+  NvmeRig rig;
+  const auto call = testutil::scsiIn(*rig.disk, {0x4D, 0, 0x4D, 0, 0, 0, 0, 0, 64, 0}, 64);
+  ASSERT_EQ(call.data.size(), 16u);
+  EXPECT_EQ(call.data[15], 358 - 273);
+  const auto ie = testutil::scsiIn(*rig.disk, {0x4D, 0, 0x6F, 0, 0, 0, 0, 0, 64, 0}, 64);
+  ASSERT_EQ(ie.data.size(), 12u);
+  EXPECT_EQ(ie.data[11], 358 - 273);
+}
+
 }  // namespace
 }  // namespace sim

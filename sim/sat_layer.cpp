@@ -1,4 +1,5 @@
-// SCSI/ATA translation and the USB bridges' pass-throughs.
+// SCSI/ATA translation and the USB bridges' pass-throughs; the translated pages
+// are in sat_pages.cpp.
 #include "sim/sat_layer.h"
 
 #include <algorithm>
@@ -73,11 +74,15 @@ ScsiResponse SatLayer::executeScsi(const ScsiRequest& r) {
     case 0x12: return inquiry(r);
     case 0x1A:
     case 0x5A: return modeSense(r);
+    case 0x15:
+    case 0x55: return modeSelect(r);
     case 0x25: return readCapacity(r, false);
     case 0x9E:
       if ((r.cdb[1] & 0x1F) != 0x10) return illegalRequest(f, kAscInvalidFieldInCdb);
       return readCapacity(r, true);
     case 0x35: return simpleAta(r, 0xEA);  // SYNCHRONIZE CACHE: FLUSH CACHE EXT
+    case 0x4D: return logSense(r);
+    case 0xA0: return reportLuns(r);
     case kAtaPassThrough12:
       if (profile_.sat12) return passThrough(r);
       break;
@@ -265,10 +270,32 @@ SenseInfo errorSense(const AtaResponse& ata, bool extended) {
 
 // JMicron pass-through 0xDF: 1 direction (0x10 data-in), 3-4 transfer
 // length (big-endian), 5 features, 6 count, 7-9 LBA low/mid/high, 10
-// device, 11 command. 28-bit commands only; GOOD, or CHECK CONDITION with
-// ABORTED COMMAND when the drive reported ERR.
+// device (0xA0 port 0, 0xB0 port 1), 11 command. 28-bit commands only;
+// GOOD, or CHECK CONDITION with ABORTED COMMAND when the drive reported ERR.
+// SMART RETURN STATUS asked with one byte of data-in answers the LBA High
+// the drive left (0xC2 or 0x2C), the chip's way of giving the verdict.
+// Command 0xFD reads the chip's registers instead: 6-7 the address, 3-4
+// the length. At 0x8000 (port 0) the task file the last command left: 0
+// count, 4 LBA mid, 6 LBA low, 9 device, 10 LBA high, 13 error, 14 status;
+// at 0x720F the port status, bit 2 a device on port 0.
 ScsiResponse SatLayer::jmicronPassThrough(const ScsiRequest& r) {
   const uint8_t* c = r.cdb;
+  const uint32_t length = getBe16(c + 3);
+  if (c[11] == 0xFD) {
+    const uint16_t address = getBe16(c + 6);
+    std::vector<uint8_t> regs(length, 0);
+    for (uint32_t i = 0; i < length; ++i) {
+      const uint32_t at = uint32_t{address} + i;
+      if (at == 0x720F) regs[i] = 0x04;
+      if (at >= 0x8000 && at < 0x8010) {
+        const uint8_t task[16] = {lastDescriptor_[5], 0, 0, 0, lastDescriptor_[9], 0, lastDescriptor_[7], 0, 0,
+                                  lastDescriptor_[12], lastDescriptor_[11], 0, 0, lastDescriptor_[3],
+                                  lastDescriptor_[13], 0};
+        regs[i] = task[at - 0x8000];
+      }
+    }
+    return dataIn(r, regs.data(), regs.size(), length);
+  }
   AtaRequest a = blankRequest();
   a.in.feature = c[5];
   a.in.count = c[6];
@@ -277,9 +304,9 @@ ScsiResponse SatLayer::jmicronPassThrough(const ScsiRequest& r) {
   a.in.lbaHigh = c[9];
   a.in.device = c[10];
   a.in.command = c[11];
-  const uint32_t length = getBe16(c + 3);
   const bool in = (c[1] & 0x10) != 0 && (c[1] & 0x01) == 0;
-  if (length != 0) {
+  const bool smartStatus = a.in.command == 0xB0 && a.in.feature == 0xDA;
+  if (length != 0 && !smartStatus) {
     a.direction = in ? Direction::In : Direction::Out;
     const bool hostMatches = (r.direction == Direction::In) == in && r.data != nullptr;
     a.data = hostMatches ? r.data : nullptr;
@@ -292,7 +319,14 @@ ScsiResponse SatLayer::jmicronPassThrough(const ScsiRequest& r) {
     response.completion = ata.completion;
     return response;
   }
-  if ((ata.out.status & (kAtaErr | kAtaDf)) != 0) response = checkCondition(profile_.senseFormat, kSenseAbortedCommand, 0);
+  const auto& o = ata.out;
+  lastDescriptor_ = {0x09, 0x0C, 0, o.error, o.countExp, o.count,
+                     o.lbaLowExp, o.lbaLow, o.lbaMidExp, o.lbaMid, o.lbaHighExp, o.lbaHigh, o.device, o.status};
+  if ((o.status & (kAtaErr | kAtaDf)) != 0) {
+    response = checkCondition(profile_.senseFormat, kSenseAbortedCommand, 0);
+  } else if (smartStatus && length != 0 && in) {
+    return dataIn(r, &o.lbaHigh, 1, length);
+  }
   response.transferred = ata.transferred;
   return response;
 }
@@ -441,46 +475,6 @@ ScsiResponse SatLayer::inquiry(const ScsiRequest& r) {
   return dataIn(r, data.data(), data.size(), getBe16(c + 3));
 }
 
-// VPD pages: 0x00, 0x80 (serial), 0x89 (ATA Information, SAT ports only:
-// 8-15 SAT vendor, 16-31 product, 32-35 revision, 36 signature, 56 command
-// code, 60-571 IDENTIFY data), 0xB1 (4-5 rotation rate from word 217, 7
-// form factor from word 168).
-std::vector<uint8_t> SatLayer::vpdPage(uint8_t page) const {
-  const bool sat = profile_.vendor.empty();
-  std::vector<uint8_t> pages = {0x00, 0x80};
-  if (sat) pages.push_back(0x89);
-  pages.push_back(0xB1);
-  if (std::find(pages.begin(), pages.end(), page) == pages.end()) return {};
-  std::vector<uint8_t> d(4, 0);
-  switch (page) {
-    case 0x00:
-      d.insert(d.end(), pages.begin(), pages.end());
-      break;
-    case 0x80: {
-      const std::string serial = profile_.serial.empty() ? ataString(10, 10) : profile_.serial;
-      d.insert(d.end(), serial.begin(), serial.end());
-      break;
-    }
-    case 0x89:
-      d.resize(572, 0);
-      putAscii(&d[8], 8, "SIMSAT");
-      putAscii(&d[16], 16, "SIM SATL");
-      putAscii(&d[32], 4, "1.0");
-      d[36] = 0x34;
-      d[56] = 0xEC;
-      std::memcpy(&d[60], identify_.data(), 512);
-      break;
-    case 0xB1:
-      d.resize(64, 0);
-      putBe16(&d[4], word(217));
-      d[7] = static_cast<uint8_t>(word(168) & 0x0F);
-      break;
-  }
-  d[1] = page;
-  putBe16(&d[2], static_cast<uint16_t>(d.size() - 4));
-  return d;
-}
-
 ScsiResponse SatLayer::readCapacity(const ScsiRequest& r, bool sixteen) {
   Completion completion;
   if (!identify(&completion)) {
@@ -560,19 +554,6 @@ ScsiResponse SatLayer::readWrite(const ScsiRequest& r) {
     done += n;
   }
   return response;
-}
-
-// MODE SENSE (6)/(10): the header alone, for all pages (0x3F); a single
-// page is not kept by this translation.
-ScsiResponse SatLayer::modeSense(const ScsiRequest& r) {
-  const uint8_t* c = r.cdb;
-  if ((c[2] & 0x3F) != 0x3F) return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
-  if (c[0] == 0x1A) {
-    const uint8_t d[4] = {3, 0, 0, 0};
-    return dataIn(r, d, sizeof d, c[4]);
-  }
-  const uint8_t d[8] = {0, 6, 0, 0, 0, 0, 0, 0};
-  return dataIn(r, d, sizeof d, getBe16(c + 7));
 }
 
 ScsiResponse SatLayer::simpleAta(const ScsiRequest&, uint8_t command) {

@@ -29,6 +29,10 @@ struct BridgeProfile {
   std::string product;
   std::string revision;
   std::string serial;  // empty: the drive's serial number
+  // How the translation names itself in the ATA Information VPD page (0x89).
+  std::string satVendor = "MSFT";
+  std::string satProduct = "SCSI-ATA XLATION";
+  std::string satRevision = "10.0";
   bool removable = false;
   SenseFormat senseFormat = SenseFormat::Fixed;  // for translated commands
 };
@@ -58,7 +62,20 @@ class SatLayer : public ScsiTarget {
   ScsiResponse readCapacity(const ScsiRequest& r, bool sixteen);
   ScsiResponse readWrite(const ScsiRequest& r);
   ScsiResponse modeSense(const ScsiRequest& r);
+  ScsiResponse modeSelect(const ScsiRequest& r);
+  ScsiResponse logSense(const ScsiRequest& r);
+  ScsiResponse reportLuns(const ScsiRequest& r);
   ScsiResponse simpleAta(const ScsiRequest& r, uint8_t command);
+  // Answers of the drive that translated pages are made from. A SMART
+  // command that fails leaves false.
+  bool smartRead(uint8_t feature, uint8_t logAddress, uint8_t* block512);
+  bool smartThresholdExceeded(bool* exceeded);
+  std::vector<uint8_t> modePage(uint8_t page, uint8_t control, const uint8_t* smartData);
+  std::vector<uint8_t> selfTestLogPage(const uint8_t* log);
+  // The drive's temperature in Celsius from attribute 194 (or 190) or the
+  // SCT status; -1000 when it gives none. `reference` the SCT maximum
+  // operating temperature, or -1000.
+  int temperature(int* reference);
 
   // IDENTIFY DEVICE of the drive, read once; false when the drive gave none
   // (then *completion says why, or the drive refused).

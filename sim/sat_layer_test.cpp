@@ -217,5 +217,128 @@ TEST(SatLayer, VanishedDriveSurfacesAsNoDevice) {
   EXPECT_EQ(call.response.completion, Completion::NoDevice);
 }
 
+TEST(SatLayer, DeviceIdentificationCarriesTheWwnAndTheT10VendorDesignator) {
+  BridgeRig rig(portTranslationProfile());
+  rig.drive->profile().wwn = 0x5000C500A1B2C3D4ULL;
+  const auto call = scsiIn(*rig.bridge, {0x12, 0x01, 0x83, 0x00, 0xFF, 0}, 255);
+  ASSERT_GE(call.data.size(), 16u + 72u);
+  EXPECT_EQ(call.data[5] & 0x0F, 3) << "NAA";
+  EXPECT_EQ(getBe64(&call.data[8]), 0x5000C500A1B2C3D4ULL);
+  EXPECT_EQ(call.data[17] & 0x0F, 1) << "T10 vendor identification";
+  EXPECT_EQ(std::string(call.data.begin() + 20, call.data.begin() + 28), "ATA     ");
+  EXPECT_EQ(std::string(call.data.begin() + 28, call.data.begin() + 46), "ST2000DM008-2FR102");
+}
+
+TEST(SatLayer, AtaInformationPageNamesTheTranslationAndCarriesIdentify) {
+  BridgeRig rig(portTranslationProfile());
+  const auto call = scsiIn(*rig.bridge, {0x12, 0x01, 0x89, 0x02, 0x3C, 0}, 572);
+  ASSERT_EQ(call.data.size(), 572u);
+  EXPECT_EQ(std::string(call.data.begin() + 8, call.data.begin() + 12), "MSFT");
+  EXPECT_EQ(call.data[36], 0x34) << "register FIS";
+  EXPECT_EQ(call.data[56], 0xEC);
+  EXPECT_EQ(call.data[60 + 2 * 27 + 1], 'S') << "IDENTIFY model, first character";
+}
+
+TEST(SatLayer, ModeSenseReturnsTranslatedPagesWithTheBlockDescriptor) {
+  BridgeRig rig(portTranslationProfile());
+  const auto call = scsiIn(*rig.bridge, {0x5A, 0x00, 0x3F, 0, 0, 0, 0, 0xFF, 0xFF, 0}, 4096);
+  ASSERT_GE(call.data.size(), 8u + 8 + 12 + 20 + 12 + 12);
+  EXPECT_EQ(getBe16(&call.data[0]) + 2u, call.data.size());
+  EXPECT_EQ(getBe32(&call.data[8]), 2000000u) << "blocks";
+  size_t at = 16;
+  std::vector<uint8_t> codes;
+  while (at + 2 <= call.data.size()) {
+    codes.push_back(call.data[at] & 0x3F);
+    if ((call.data[at] & 0x3F) == 0x0A) {
+      EXPECT_EQ(getBe16(&call.data[at + 10]), 120 * 60) << "extended self test";
+    }
+    at += call.data[at + 1] + 2u;
+  }
+  EXPECT_EQ(codes, (std::vector<uint8_t>{0x01, 0x08, 0x0A, 0x1C}));
+}
+
+TEST(SatLayer, LogSenseTranslatesTemperatureSelfTestsAndTheSmartVerdict) {
+  BridgeRig rig(portTranslationProfile());
+  rig.drive->profile().attributes = {{5, 0x0033, 200, 200, 0, 140}, {194, 0x0022, 110, 100, 0, 0}};
+  rig.drive->profile().temperatureCelsius = 36;
+  rig.drive->profile().selfTestLog = {};
+  auto call = scsiIn(*rig.bridge, {0x4D, 0, 0x40, 0, 0, 0, 0, 0, 64, 0}, 64);
+  EXPECT_EQ(std::vector<uint8_t>(call.data.begin() + 4, call.data.end()),
+            (std::vector<uint8_t>{0x00, 0x0D, 0x10, 0x2F}));
+  call = scsiIn(*rig.bridge, {0x4D, 0, 0x4D, 0, 0, 0, 0, 0, 64, 0}, 64);
+  ASSERT_EQ(call.data.size(), 16u);
+  EXPECT_EQ(call.data[9], 36);
+  EXPECT_EQ(call.data[15], 60) << "the SCT maximum operating temperature";
+  call = scsiIn(*rig.bridge, {0x4D, 0, 0x6F, 0, 0, 0, 0, 0, 64, 0}, 64);
+  ASSERT_EQ(call.data.size(), 12u);
+  EXPECT_EQ(call.data[8], 0x00);
+  rig.drive->profile().attributes[0].value = 140;
+  call = scsiIn(*rig.bridge, {0x4D, 0, 0x6F, 0, 0, 0, 0, 0, 64, 0}, 64);
+  EXPECT_EQ(call.data[8], 0x5D);
+  EXPECT_EQ(call.data[9], 0x10);
+}
+
+TEST(SatLayer, SelfTestResultsPageListsTheNewestAtaSelfTestFirst) {
+  BridgeRig rig(portTranslationProfile());
+  rig.media->markUnreadable(1234, UnreadableKind::Pending);
+  AtaRequest start;
+  start.in = {0xD4, 0, 0x02, 0x4F, 0xC2, 0xA0, 0xB0};
+  ASSERT_EQ(rig.drive->executeAta(start).out.status & 0x01, 0);
+  rig.clock->advanceMs(121 * 60 * 1000);
+  const auto call = scsiIn(*rig.bridge, {0x4D, 0, 0x50, 0, 0, 0, 0, 0x01, 0x94, 0}, 404);
+  ASSERT_EQ(call.data.size(), 404u);
+  EXPECT_EQ(call.data[8], 2 << 5 | 7) << "background extended, read failure";
+  EXPECT_EQ(getBe64(&call.data[12]), 1234u);
+  EXPECT_EQ(call.data[20], kSenseMediumError);
+}
+
+TEST(SatLayer, ReportLunsListsLunZero) {
+  BridgeRig rig(satBridgeProfile(true));
+  const auto call = scsiIn(*rig.bridge, {0xA0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0, 0}, 16);
+  ASSERT_EQ(call.data.size(), 16u);
+  EXPECT_EQ(getBe32(&call.data[0]), 8u);
+  EXPECT_EQ(getBe64(&call.data[8]), 0u);
+}
+
+TEST(SatLayer, JmicronSmartStatusGivesTheVerdictByteAndTheRegistersReadBack) {
+  BridgeRig rig(jmicronBridgeProfile());
+  rig.drive->profile().attributes = {{5, 0x0033, 200, 200, 0, 140}};
+  auto call = scsiIn(*rig.bridge, {0xDF, 0x10, 0, 0, 1, 0xDA, 0, 0, 0x4F, 0xC2, 0xA0, 0xB0}, 1);
+  ASSERT_EQ(call.data.size(), 1u);
+  EXPECT_EQ(call.data[0], 0xC2);
+  rig.drive->profile().attributes[0].value = 100;
+  call = scsiIn(*rig.bridge, {0xDF, 0x10, 0, 0, 1, 0xDA, 0, 0, 0x4F, 0xC2, 0xA0, 0xB0}, 1);
+  ASSERT_EQ(call.data.size(), 1u);
+  EXPECT_EQ(call.data[0], 0x2C);
+  // The task file the command left, at 0x8000: 4 LBA mid, 10 LBA high, 14 status.
+  call = scsiIn(*rig.bridge, {0xDF, 0x10, 0, 0, 16, 0, 0x80, 0x00, 0, 0, 0, 0xFD}, 16);
+  ASSERT_EQ(call.data.size(), 16u);
+  EXPECT_EQ(call.data[4], 0xF4);
+  EXPECT_EQ(call.data[10], 0x2C);
+  EXPECT_EQ(call.data[14], 0x50);
+  call = scsiIn(*rig.bridge, {0xDF, 0x10, 0, 0, 1, 0, 0x72, 0x0F, 0, 0, 0, 0xFD}, 1);
+  EXPECT_EQ(call.data, std::vector<uint8_t>{0x04}) << "a device on port 0";
+}
+
+TEST(SatLayer, ModeSelectOfDexcptSwitchesSmartAndOtherChangesAreRefused) {
+  BridgeRig rig(portTranslationProfile());
+  // MODE SELECT(6): header, no block descriptor, the IE page with DEXCPT.
+  std::vector<uint8_t> list = {0, 0, 0, 0, 0x1C, 0x0A, 0x08, 0x06, 0, 0, 0, 0, 0, 0, 0, 0};
+  auto r = testutil::scsiOut(*rig.bridge, {0x15, 0x10, 0, 0, static_cast<uint8_t>(list.size()), 0}, list);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_FALSE(rig.drive->smartEnabled());
+  auto sense = scsiIn(*rig.bridge, {0x1A, 0x08, 0x1C, 0, 32, 0}, 32);
+  ASSERT_GE(sense.data.size(), 8u);
+  EXPECT_EQ(sense.data[6] & 0x08, 0x08) << "DEXCPT now reported";
+  list[6] = 0x00;
+  r = testutil::scsiOut(*rig.bridge, {0x15, 0x10, 0, 0, static_cast<uint8_t>(list.size()), 0}, list);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_TRUE(rig.drive->smartEnabled());
+  list[6] = 0x04;  // TEST is not changeable here
+  r = testutil::scsiOut(*rig.bridge, {0x15, 0x10, 0, 0, static_cast<uint8_t>(list.size()), 0}, list);
+  EXPECT_EQ(senseKey(r.sense), kSenseIllegalRequest);
+  EXPECT_EQ(senseAsc(r.sense), kAscInvalidFieldInParameterList);
+}
+
 }  // namespace
 }  // namespace sim

@@ -25,11 +25,18 @@ constexpr uint8_t kServiceActionIn16 = 0x9E;
 constexpr uint8_t kReadCapacity16Action = 0x10;
 constexpr uint8_t kReportLuns = 0xA0;
 
+constexpr uint8_t kPageReadWriteRecovery = 0x01;
 constexpr uint8_t kPageCaching = 0x08;
+constexpr uint8_t kPageControl = 0x0A;
 constexpr uint8_t kPageIec = 0x1C;
 constexpr uint8_t kPageAll = 0x3F;
 
 constexpr uint8_t kLogSupportedPages = 0x00;
+constexpr uint8_t kLogWriteErrors = 0x02;
+constexpr uint8_t kLogReadErrors = 0x03;
+constexpr uint8_t kLogVerifyErrors = 0x05;
+constexpr uint8_t kLogNonMediumErrors = 0x06;
+constexpr uint8_t kLogBackgroundScan = 0x15;
 constexpr uint8_t kLogTemperature = 0x0D;
 constexpr uint8_t kLogSelfTest = 0x10;
 constexpr uint8_t kLogInformationalExceptions = 0x2F;
@@ -42,6 +49,9 @@ constexpr uint8_t kForegroundShort = 5;
 constexpr uint8_t kForegroundExtended = 6;
 
 constexpr uint64_t kNoLba = 0xFFFFFFFFFFFFFFFFULL;
+// The vendor-specific ASC with which a healthQuirks target reports a
+// predicted failure in its sense data.
+constexpr uint16_t kAscVendorFailurePredicted = 0xD500;
 
 }  // namespace
 
@@ -50,6 +60,12 @@ ScsiDrive::ScsiDrive(ScsiProfile profile, std::shared_ptr<Media> media, std::sha
       media_(media ? std::move(media) : std::make_shared<Media>(512, 0)),
       clock_(clock ? std::move(clock) : std::make_shared<VirtualClock>()),
       log_(profile_.selfTestLog) {}
+
+// SPC: an allocation length of 0 moves no data. A target with healthQuirks
+// answers it with the whole page instead.
+size_t ScsiDrive::allocationOf(size_t allocation, size_t whole) const {
+  return allocation == 0 && profile_.healthQuirks ? whole : allocation;
+}
 
 uint16_t ScsiDrive::powerOnHours() const {
   return static_cast<uint16_t>(profile_.powerOnHours + clock_->nowMs() / 3600000);
@@ -223,9 +239,10 @@ ScsiResponse ScsiDrive::requestSense(const ScsiRequest& r) {
     info.sks[1] = static_cast<uint8_t>(progress >> 8);
     info.sks[2] = static_cast<uint8_t>(progress);
   } else if (profile_.failurePredicted && (profile_.iecFlags & 0x08) == 0 && profile_.mrie == 6) {
-    info.asc = kAscFailurePredicted;
+    info.asc = profile_.healthQuirks ? kAscVendorFailurePredicted : uint16_t{kAscFailurePredicted};
   }
-  const auto sense = buildSense(format, info);
+  auto sense = buildSense(format, info);
+  if (profile_.healthQuirks && sense.size() < r.cdb[4]) sense.resize(r.cdb[4], 0);
   return dataIn(r, sense.data(), sense.size(), r.cdb[4]);
 }
 
@@ -233,41 +250,75 @@ ScsiResponse ScsiDrive::requestSense(const ScsiRequest& r) {
 // code (5:0), 3 subpage, 5-6 parameter pointer, 7-8 allocation length.
 // Every page: 0 page code, 1 subpage, 2-3 page length, then parameters of
 // 0-1 code, 2 control (0x03: binary list), 3 length, value.
+std::vector<uint8_t> ScsiDrive::supportedLogPages() const {
+  std::vector<uint8_t> pages = {kLogSupportedPages, kLogWriteErrors, kLogReadErrors, kLogVerifyErrors,
+                                kLogNonMediumErrors, kLogTemperature};
+  if (profile_.selfTestSupported) pages.push_back(kLogSelfTest);
+  if (profile_.backgroundScanSupported) pages.push_back(kLogBackgroundScan);
+  pages.push_back(kLogInformationalExceptions);
+  return pages;
+}
+
 ScsiResponse ScsiDrive::logSense(const ScsiRequest& r) {
   const uint8_t* c = r.cdb;
   if ((c[1] & 0x02) != 0 || c[3] != 0) return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
   const uint8_t page = c[2] & 0x3F;
+  const auto supported = supportedLogPages();
+  if (std::find(supported.begin(), supported.end(), page) == supported.end()) {
+    return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
+  }
   std::vector<uint8_t> d(4, 0);
+  const uint8_t t = static_cast<uint8_t>(std::clamp(profile_.temperatureCelsius, 0, 255));
+  const uint8_t ref = static_cast<uint8_t>(std::clamp(profile_.referenceTemperatureCelsius, 0, 255));
+  // Counters: 0x02 (bounded data counter); lists: 0x03 (binary).
+  auto counters = [&d](const ScsiErrorCounters& e) {
+    const uint64_t values[] = {e.correctedFast, e.correctedDelayed, e.retries, e.corrected,
+                               e.algorithmInvocations, e.bytesProcessed, e.uncorrected};
+    for (uint16_t code = 0; code < 7; ++code) appendLogParameter(d, code, 0x02, 8, values[code]);
+  };
   switch (page) {
     case kLogSupportedPages:
-      d.insert(d.end(), {kLogSupportedPages, kLogTemperature});
-      if (profile_.selfTestSupported) d.push_back(kLogSelfTest);
-      d.push_back(kLogInformationalExceptions);
+      d.insert(d.end(), supported.begin(), supported.end());
       break;
-    case kLogTemperature: {
+    case kLogWriteErrors: counters(profile_.writeErrors); break;
+    case kLogReadErrors: counters(profile_.readErrors); break;
+    case kLogVerifyErrors: counters(profile_.verifyErrors); break;
+    case kLogNonMediumErrors: appendLogParameter(d, 0x0000, 0x02, 8, profile_.nonMediumErrors); break;
+    case kLogTemperature:
       // 0x0000 temperature, 0x0001 reference temperature: byte 5 in Celsius.
-      const uint8_t t = static_cast<uint8_t>(std::clamp(profile_.temperatureCelsius, 0, 255));
-      const uint8_t ref = static_cast<uint8_t>(std::clamp(profile_.referenceTemperatureCelsius, 0, 255));
       d.insert(d.end(), {0x00, 0x00, 0x03, 0x02, 0x00, t, 0x00, 0x01, 0x03, 0x02, 0x00, ref});
       break;
-    }
     case kLogSelfTest:
-      if (!profile_.selfTestSupported) return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
       d = selfTestLogPage();
       break;
-    case kLogInformationalExceptions: {
-      // 0x0000: 4 IE ASC, 5 IE ASCQ, 6 most recent temperature.
-      const uint8_t t = static_cast<uint8_t>(std::clamp(profile_.temperatureCelsius, 0, 255));
-      d.insert(d.end(), {0x00, 0x00, 0x03, 0x04, static_cast<uint8_t>(profile_.failurePredicted ? 0x5D : 0x00),
-                         0x00, t, 0x00});
+    case kLogBackgroundScan: {
+      // 0x0000 status: 4-7 accumulated power-on minutes, 9 BMS status,
+      // 10-11 background scans performed, 12-13 progress, 14-15 medium
+      // scans performed.
+      const ScsiBackgroundScan& b = profile_.backgroundScan;
+      const uint64_t minutes = uint64_t{powerOnHours()} * 60 + (clock_->nowMs() / 60000) % 60;
+      const uint8_t p[16] = {0x00, 0x00, 0x03, 0x0C,
+                             static_cast<uint8_t>(minutes >> 24), static_cast<uint8_t>(minutes >> 16),
+                             static_cast<uint8_t>(minutes >> 8), static_cast<uint8_t>(minutes), 0x00, b.status,
+                             static_cast<uint8_t>(b.scansPerformed >> 8), static_cast<uint8_t>(b.scansPerformed),
+                             static_cast<uint8_t>(b.progress >> 8), static_cast<uint8_t>(b.progress),
+                             static_cast<uint8_t>(b.mediumScansPerformed >> 8),
+                             static_cast<uint8_t>(b.mediumScansPerformed)};
+      d.insert(d.end(), p, p + sizeof p);
       break;
     }
+    case kLogInformationalExceptions:
+      // 0x0000: 4 IE ASC, 5 IE ASCQ, 6 most recent temperature, 7 the
+      // temperature at which the drive reports (its reference temperature).
+      d.insert(d.end(), {0x00, 0x00, 0x03, 0x04, static_cast<uint8_t>(profile_.failurePredicted ? 0x5D : 0x00),
+                         0x00, t, ref});
+      break;
     default:
       return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
   }
   d[0] = page;
   putBe16(&d[2], static_cast<uint16_t>(d.size() - 4));
-  return dataIn(r, d.data(), d.size(), getBe16(c + 7));
+  return dataIn(r, d.data(), d.size(), allocationOf(getBe16(c + 7), d.size()));
 }
 
 // Self-test results page (0x10): twenty parameters of 20 bytes, code 1 the
@@ -303,17 +354,43 @@ std::vector<uint8_t> ScsiDrive::selfTestLogPage() {
   return d;
 }
 
-// Mode pages. Caching (0x08, 20 bytes): 2 WCE (bit 2). Informational
+// Mode pages. Read-write error recovery (0x01, 12 bytes): 2 AWRE (bit 7)
+// and ARRE (bit 6), automatic reallocation on, 3 read and 8 write retry
+// counts, 10-11 recovery time limit (0: the drive's own).
+// Caching (0x08, 20 bytes): 2 WCE (bit 2). Control (0x0A, 12
+// bytes): 2 D_SENSE (bit 2), 3 queue algorithm modifier (1: unrestricted),
+// 8-9 busy timeout, 10-11 extended self-test completion time in seconds
+// (FFFFh: longer). Informational
 // exceptions control (0x1C, 12 bytes): 2 PERF/EBF/EWASC/DEXCPT/TEST/LOGERR,
 // 3 MRIE, 4-7 interval timer, 8-11 report count. Byte 0 carries PS: both
 // pages can be saved. `control` 1 asks for the changeable bits.
 std::vector<uint8_t> ScsiDrive::modePage(uint8_t page, uint8_t control) const {
   const bool changeable = control == 1;
+  if (page == kPageReadWriteRecovery) {
+    std::vector<uint8_t> p(12, 0);
+    p[0] = 0x80 | kPageReadWriteRecovery;
+    p[1] = 0x0A;
+    if (!changeable) p[2] = 0xC0;
+    return p;
+  }
   if (page == kPageCaching) {
     std::vector<uint8_t> p(20, 0);
     p[0] = 0x80 | kPageCaching;
     p[1] = 0x12;
     p[2] = changeable ? 0x04 : (profile_.writeCacheEnabled ? 0x04 : 0x00);
+    return p;
+  }
+  if (page == kPageControl) {
+    std::vector<uint8_t> p(12, 0);
+    p[0] = 0x80 | kPageControl;
+    p[1] = 0x0A;
+    if (changeable) {
+      p[2] = 0x04;
+      return p;
+    }
+    p[2] = profile_.senseFormat == SenseFormat::Descriptor ? 0x04 : 0x00;
+    p[3] = 0x10;
+    putBe16(&p[10], static_cast<uint16_t>(std::min<uint32_t>(profile_.extendedTestSeconds, 0xFFFF)));
     return p;
   }
   if (page == kPageIec) {
@@ -332,18 +409,19 @@ std::vector<uint8_t> ScsiDrive::modePage(uint8_t page, uint8_t control) const {
 // subpage, 4 allocation length. Header: 0 mode data length, 1 medium type,
 // 2 device-specific (DPOFUA), 3 block descriptor length.
 // MODE SENSE(10): 1 LLBAA and DBD, 2 and 3 as above, 7-8 allocation length.
-// Header: 0-1 mode data length, 2 medium type, 3 device-specific, 6-7 block
-// descriptor length. The short block descriptor: 1-3 blocks, 5-7 length.
+// The header and block descriptor are modeParameterData's; device-specific
+// 0x10 is DPOFUA.
 ScsiResponse ScsiDrive::modeSense(const ScsiRequest& r) {
   const uint8_t* c = r.cdb;
   const bool ten = c[0] == kModeSense10;
-  const bool dbd = (c[1] & 0x08) != 0;
   const uint8_t control = c[2] >> 6;
   const uint8_t page = c[2] & 0x3F;
-  if (c[3] != 0 || control == 3) return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
+  // Page control 3 asks for the saved values: every page here is saveable
+  // (PS), and what was last selected is what was saved.
+  if (c[3] != 0) return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
   std::vector<uint8_t> pages;
   if (page == kPageAll) {
-    for (uint8_t p : {kPageCaching, kPageIec}) {
+    for (uint8_t p : {kPageReadWriteRecovery, kPageCaching, kPageControl, kPageIec}) {
       const auto one = modePage(p, control);
       pages.insert(pages.end(), one.begin(), one.end());
     }
@@ -351,31 +429,8 @@ ScsiResponse ScsiDrive::modeSense(const ScsiRequest& r) {
     pages = modePage(page, control);
     if (pages.empty()) return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
   }
-  const size_t header = ten ? 8 : 4;
-  std::vector<uint8_t> d(header, 0);
-  if (!dbd) {
-    uint8_t block[8] = {};
-    const uint64_t n = media_->sectorCount();
-    const uint32_t blocks = n > 0xFFFFFF ? 0xFFFFFF : static_cast<uint32_t>(n);
-    block[1] = static_cast<uint8_t>(blocks >> 16);
-    block[2] = static_cast<uint8_t>(blocks >> 8);
-    block[3] = static_cast<uint8_t>(blocks);
-    block[5] = static_cast<uint8_t>(media_->sectorSize() >> 16);
-    block[6] = static_cast<uint8_t>(media_->sectorSize() >> 8);
-    block[7] = static_cast<uint8_t>(media_->sectorSize());
-    d.insert(d.end(), block, block + 8);
-  }
-  d.insert(d.end(), pages.begin(), pages.end());
-  if (ten) {
-    putBe16(&d[0], static_cast<uint16_t>(d.size() - 2));
-    d[3] = 0x10;
-    d[7] = dbd ? 0 : 8;
-  } else {
-    d[0] = static_cast<uint8_t>(d.size() - 1);
-    d[2] = 0x10;
-    d[3] = dbd ? 0 : 8;
-  }
-  return dataIn(r, d.data(), d.size(), ten ? getBe16(c + 7) : c[4]);
+  const auto d = modeParameterData(c, media_->sectorCount(), media_->sectorSize(), 0x10, pages);
+  return dataIn(r, d.data(), d.size(), allocationOf(ten ? getBe16(c + 7) : c[4], d.size()));
 }
 
 // MODE SELECT(6): 1 PF (bit 4) and SP (bit 0), 4 parameter list length.
@@ -409,6 +464,8 @@ ScsiResponse ScsiDrive::modeSelect(const ScsiRequest& r) {
       next.mrie = p[at + 3] & 0x0F;
     } else if (code == kPageCaching && pageLength == 20) {
       next.writeCacheEnabled = (p[at + 2] & 0x04) != 0;
+    } else if (code == kPageControl && pageLength == 12) {
+      next.senseFormat = (p[at + 2] & 0x04) != 0 ? SenseFormat::Descriptor : SenseFormat::Fixed;
     } else {
       return illegalRequest(profile_.senseFormat, kAscInvalidFieldInParameterList);
     }
@@ -429,7 +486,7 @@ ScsiResponse ScsiDrive::sendDiagnostic(const ScsiRequest& r) {
   const uint8_t code = r.cdb[1] >> 5;
   const bool selfTest = (r.cdb[1] & 0x04) != 0;
   const uint64_t whole = media_->sectorCount();
-  const uint64_t shortSpan = profile_.shortTestSpan == 0 ? whole : std::min(profile_.shortTestSpan, whole);
+  const uint64_t shortSpan = this->shortSpan();
   updateSelfTest();
   if (selfTest && code != 0) return illegalRequest(profile_.senseFormat, kAscInvalidFieldInCdb);
   if (code == kAbortBackground) {
@@ -443,7 +500,7 @@ ScsiResponse ScsiDrive::sendDiagnostic(const ScsiRequest& r) {
     case 0:
       if (!selfTest) return ScsiResponse{};  // no self test asked for
       seconds = profile_.defaultTestSeconds;
-      span = shortSpan;
+      span = whole;  // the default self test reads the whole surface over its time
       break;
     case kBackgroundShort:
     case kForegroundShort:
@@ -480,6 +537,12 @@ ScsiResponse ScsiDrive::reportLuns(const ScsiRequest& r) {
   uint8_t d[16] = {};
   putBe32(d, 8);
   return dataIn(r, d, sizeof d, getBe32(r.cdb + 6));
+}
+
+uint64_t ScsiDrive::shortSpan() const {
+  const uint64_t whole = media_->sectorCount();
+  if (profile_.shortTestSpan != 0) return std::min(profile_.shortTestSpan, whole);
+  return std::max<uint64_t>(std::min<uint64_t>(whole, 1), whole / 64);
 }
 
 bool ScsiDrive::selfTestRunning() {

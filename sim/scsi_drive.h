@@ -26,6 +26,26 @@ struct ScsiSelfTestEntry {
   uint16_t asc = 0;
 };
 
+// The parameters of an error counter log page (write 0x02, read 0x03,
+// verify 0x05), codes 0000h-0006h in order.
+struct ScsiErrorCounters {
+  uint64_t correctedFast = 0;         // corrected without substantial delay
+  uint64_t correctedDelayed = 0;      // corrected with possible delays
+  uint64_t retries = 0;               // total re-reads or re-writes
+  uint64_t corrected = 0;             // total errors corrected
+  uint64_t algorithmInvocations = 0;  // times the correction algorithm ran
+  uint64_t bytesProcessed = 0;
+  uint64_t uncorrected = 0;
+};
+
+// The status parameter of the background scan results page (0x15).
+struct ScsiBackgroundScan {
+  uint8_t status = 0;              // BMS status: 0 no scan active
+  uint16_t scansPerformed = 0;     // background scans performed
+  uint16_t progress = 0;           // of the scan under way, in 1/65536
+  uint16_t mediumScansPerformed = 0;
+};
+
 struct ScsiProfile {
   std::string vendor = "SIM";
   std::string product = "SCSI DISK";
@@ -35,7 +55,9 @@ struct ScsiProfile {
   uint8_t version = 6;                   // SPC-4
   std::vector<uint16_t> versionDescriptors = {0x00A0, 0x0460, 0x04C0, 0x0C20};
   uint16_t rotationRate = 10000;  // VPD 0xB1: 1 non-rotating
-  uint8_t formFactor = 2;         // VPD 0xB1 byte 7: 2 is 2.5 inch
+  // VPD 0xB1 byte 7 3:0 (SBC): 0 not reported, 1 5.25", 2 3.5", 3 2.5",
+  // 4 1.8", 5 smaller.
+  uint8_t formFactor = 3;
   uint8_t physicalExponent = 0;   // READ CAPACITY(16) byte 13 3:0
   bool removable = false;
   SenseFormat senseFormat = SenseFormat::Fixed;
@@ -53,9 +75,20 @@ struct ScsiProfile {
   uint32_t shortTestSeconds = 120;
   uint32_t extendedTestSeconds = 3600;
   uint32_t defaultTestSeconds = 30;
-  uint64_t shortTestSpan = 0;  // sectors the short test reads; 0: all
+  // Sectors the short test reads from LBA 0; 0: the first 1/64 of the surface.
+  uint64_t shortTestSpan = 0;
   uint32_t powerOnHours = 20000;
+  ScsiErrorCounters writeErrors, readErrors, verifyErrors;
+  uint64_t nonMediumErrors = 0;  // page 0x06
+  bool backgroundScanSupported = true;
+  ScsiBackgroundScan backgroundScan;
   std::vector<ScsiSelfTestEntry> selfTestLog;  // oldest first
+  // Off: the target follows SPC. On (machine key "healthQuirks"): a LOG
+  // SENSE or MODE SENSE with an allocation length of 0 returns the whole
+  // page, REQUEST SENSE returns its data padded to the full allocation
+  // length, and a predicted failure there carries the vendor ASC 0xD5 (the
+  // informational exceptions log page keeps 0x5D).
+  bool healthQuirks = false;
 };
 
 class ScsiDrive : public ScsiTarget {
@@ -71,6 +104,7 @@ class ScsiDrive : public ScsiTarget {
  protected:
   virtual std::vector<uint8_t> vpdPage(uint8_t page) const;
   virtual std::vector<uint8_t> supportedVpdPages() const;
+  virtual std::vector<uint8_t> supportedLogPages() const;
 
  private:
   ScsiResponse inquiry(const ScsiRequest& r);
@@ -86,10 +120,13 @@ class ScsiDrive : public ScsiTarget {
 
   std::vector<uint8_t> modePage(uint8_t page, uint8_t control) const;
   std::vector<uint8_t> selfTestLogPage();
+  uint64_t shortSpan() const;
   void updateSelfTest();
   void startSelfTest(uint8_t code, uint32_t seconds, uint64_t span);
   void finishSelfTest(uint8_t result, uint64_t failingLba);
   uint16_t powerOnHours() const;
+  // The allocation length a data-in command is answered to.
+  size_t allocationOf(size_t allocation, size_t whole) const;
 
   ScsiProfile profile_;
   std::shared_ptr<Media> media_;

@@ -3,6 +3,8 @@
 // virtual clock.
 #include "sim/scsi_drive.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "sim/scsi_test_util.h"
@@ -298,6 +300,79 @@ TEST(ScsiDrive, RequestSenseReportsPredictedFailureWhenAskedToReportOnRequest) {
   const auto s = scsiIn(rig.drive, {0x03, 0, 0, 0, 252, 0}, 252);
   EXPECT_EQ(s.data[2] & 0x0F, kSenseNoSense);
   EXPECT_EQ(s.data[12], 0x5D);
+}
+
+TEST(ScsiDrive, FormFactorFollowsTheBlockDeviceCharacteristicsCode) {
+  ScsiProfile p = sasProfile();
+  p.formFactor = 2;
+  ScsiRig rig(p);
+  const auto call = scsiIn(rig.drive, {0x12, 0x01, 0xB1, 0, 64, 0}, 64);
+  EXPECT_EQ(call.data[7], 2) << "3.5 inch";
+}
+
+TEST(ScsiDrive, InformationalExceptionsPageCarriesTheReferenceTemperature) {
+  ScsiProfile p = sasProfile();
+  p.temperatureCelsius = 34;
+  p.referenceTemperatureCelsius = 68;
+  ScsiRig rig(p);
+  const auto call = scsiIn(rig.drive, {0x4D, 0, 0x6F, 0, 0, 0, 0, 0, 64, 0}, 64);
+  ASSERT_GE(call.data.size(), 12u);
+  EXPECT_EQ(call.data[10], 34);
+  EXPECT_EQ(call.data[11], 68);
+}
+
+TEST(ScsiDrive, BlockDescriptorSaysAllOnesWhenTheCountDoesNotFitAndLongLbaHoldsIt) {
+  ScsiRig rig(sasProfile(), 7814037168ULL);
+  auto call = scsiIn(rig.drive, {0x5A, 0x00, 0x08, 0, 0, 0, 0, 0, 255, 0}, 255);
+  ASSERT_GE(call.data.size(), 16u);
+  EXPECT_EQ(call.data[7], 8);
+  EXPECT_EQ(getBe32(&call.data[8]), 0xFFFFFFFFu);
+  EXPECT_EQ(getBe32(&call.data[12]) & 0xFFFFFF, 512u);
+  call = scsiIn(rig.drive, {0x5A, 0x10, 0x08, 0, 0, 0, 0, 0, 255, 0}, 255);
+  ASSERT_GE(call.data.size(), 24u);
+  EXPECT_EQ(call.data[4] & 0x01, 0x01) << "LONGLBA";
+  EXPECT_EQ(call.data[7], 16);
+  EXPECT_EQ(getBe64(&call.data[8]), 7814037168ULL);
+  EXPECT_EQ(getBe32(&call.data[20]), 512u);
+}
+
+TEST(ScsiDrive, ControlModePageCarriesTheExtendedSelfTestTime) {
+  ScsiProfile p = sasProfile();
+  p.extendedTestSeconds = 30000;
+  ScsiRig rig(p);
+  const auto call = scsiIn(rig.drive, {0x1A, 0x08, 0x0A, 0, 255, 0}, 255);
+  ASSERT_GE(call.data.size(), 16u);
+  EXPECT_EQ(call.data[4] & 0x3F, 0x0A);
+  EXPECT_EQ(getBe16(&call.data[14]), 30000);
+}
+
+TEST(ScsiDrive, ErrorCounterAndBackgroundScanPagesCarryTheProfile) {
+  ScsiProfile p = sasProfile();
+  p.readErrors.corrected = 1803311;
+  p.readErrors.bytesProcessed = 219902325555200ULL;
+  p.backgroundScan.scansPerformed = 127;
+  ScsiRig rig(p);
+  auto call = scsiIn(rig.drive, {0x4D, 0, 0x40, 0, 0, 0, 0, 0, 64, 0}, 64);
+  const std::vector<uint8_t> supported(call.data.begin() + 4, call.data.end());
+  for (uint8_t page : {0x02, 0x03, 0x05, 0x06, 0x15}) {
+    EXPECT_NE(std::find(supported.begin(), supported.end(), page), supported.end()) << int{page};
+  }
+  call = scsiIn(rig.drive, {0x4D, 0, 0x43, 0, 0, 0, 0, 0, 255, 0}, 255);
+  ASSERT_EQ(call.data.size(), 4u + 7 * 12);
+  EXPECT_EQ(getBe64(&call.data[4 + 3 * 12 + 4]), 1803311u) << "total errors corrected";
+  EXPECT_EQ(getBe64(&call.data[4 + 5 * 12 + 4]), 219902325555200ULL) << "bytes processed";
+  call = scsiIn(rig.drive, {0x4D, 0, 0x55, 0, 0, 0, 0, 0, 255, 0}, 255);
+  ASSERT_EQ(call.data.size(), 20u);
+  EXPECT_EQ(getBe16(&call.data[14]), 127);
+}
+
+TEST(ScsiDrive, ShortSelfTestReadsOnlyTheFirstPartOfTheSurface) {
+  ScsiRig rig(sasProfile(), 64000);
+  rig.media->markUnreadable(5000, UnreadableKind::Pending);
+  scsiOut(rig.drive, {0x1D, 0x20, 0, 0, 0, 0}, {});
+  rig.clock->advanceMs(200000);
+  const auto call = scsiIn(rig.drive, {0x4D, 0, 0x50, 0, 0, 0, 0, 0, 255, 0}, 255);
+  EXPECT_EQ(call.data[8] & 0x0F, 0) << "passed";
 }
 
 }  // namespace

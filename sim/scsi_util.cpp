@@ -140,4 +140,49 @@ std::vector<uint8_t> buildStandardInquiry(const InquiryIdentity& identity) {
   return d;
 }
 
+std::vector<uint8_t> modeParameterData(const uint8_t* cdb, uint64_t blocks, uint32_t blockLength,
+                                       uint8_t deviceSpecific, const std::vector<uint8_t>& pages) {
+  const bool ten = cdb[0] == 0x5A;
+  const bool dbd = (cdb[1] & 0x08) != 0;
+  const bool longLba = ten && (cdb[1] & 0x10) != 0;
+  const size_t header = ten ? 8 : 4;
+  std::vector<uint8_t> d(header, 0);
+  size_t descriptor = 0;
+  if (!dbd && longLba) {
+    uint8_t block[16] = {};
+    putBe64(block, blocks);
+    putBe32(block + 12, blockLength);
+    d.insert(d.end(), block, block + 16);
+    descriptor = 16;
+  } else if (!dbd) {
+    uint8_t block[8] = {};
+    putBe32(block, blocks > 0xFFFFFFFFULL ? 0xFFFFFFFFu : static_cast<uint32_t>(blocks));
+    block[5] = static_cast<uint8_t>(blockLength >> 16);
+    block[6] = static_cast<uint8_t>(blockLength >> 8);
+    block[7] = static_cast<uint8_t>(blockLength);
+    d.insert(d.end(), block, block + 8);
+    descriptor = 8;
+  }
+  d.insert(d.end(), pages.begin(), pages.end());
+  if (ten) {
+    putBe16(&d[0], static_cast<uint16_t>(d.size() - 2));
+    d[3] = deviceSpecific;
+    d[4] = descriptor == 16 ? 0x01 : 0x00;
+    putBe16(&d[6], static_cast<uint16_t>(descriptor));
+  } else {
+    d[0] = static_cast<uint8_t>(std::min<size_t>(d.size() - 1, 255));
+    d[2] = deviceSpecific;
+    d[3] = static_cast<uint8_t>(descriptor);
+  }
+  return d;
+}
+
+void appendLogParameter(std::vector<uint8_t>& page, uint16_t code, uint8_t control, uint8_t length, uint64_t value) {
+  page.push_back(static_cast<uint8_t>(code >> 8));
+  page.push_back(static_cast<uint8_t>(code));
+  page.push_back(control);
+  page.push_back(length);
+  for (int i = length - 1; i >= 0; --i) page.push_back(i < 8 ? static_cast<uint8_t>(value >> (8 * i)) : 0);
+}
+
 }  // namespace sim

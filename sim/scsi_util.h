@@ -118,4 +118,22 @@ struct InquiryIdentity {
 };
 std::vector<uint8_t> buildStandardInquiry(const InquiryIdentity& identity);
 
+// The parameter data of MODE SENSE (6) (cdb[0] 0x1A) or (10) (0x5A) for a
+// direct-access device: the header, the block descriptor unless DBD (cdb[1]
+// bit 3) asks for none, then `pages`.
+//   (6)  header 0 mode data length, 1 medium type, 2 device-specific, 3
+//        block descriptor length
+//   (10) header 0-1 mode data length, 2 medium type, 3 device-specific, 4
+//        LONGLBA (bit 0), 6-7 block descriptor length
+//   short LBA block descriptor (8 bytes): 0-3 number of blocks (FFFFFFFFh
+//        when the count does not fit), 5-7 block length
+//   long LBA block descriptor (16 bytes, MODE SENSE (10) with LLBAA, cdb[1]
+//        bit 4): 0-7 number of blocks, 12-15 block length
+std::vector<uint8_t> modeParameterData(const uint8_t* cdb, uint64_t blocks, uint32_t blockLength,
+                                       uint8_t deviceSpecific, const std::vector<uint8_t>& pages);
+
+// One log parameter: 0-1 code, 2 control, 3 length, then the value
+// big-endian in `length` bytes.
+void appendLogParameter(std::vector<uint8_t>& page, uint16_t code, uint8_t control, uint8_t length, uint64_t value);
+
 }  // namespace sim

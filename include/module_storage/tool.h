@@ -25,11 +25,14 @@ class ToolAbortFlag {
 // Firing an event looks the name up and calls the handler, if any, with the
 // tool and a copy of the name; the handler reads its data with getValues under
 // the name less the "On" prefix.
+// requestInput is the first virtual operation and the destructor follows it:
+// hosts are built to that table order, so the two must not trade places.
 class ToolEventSink {
  public:
   using Handler = void (*)(Tool* tool, std::string eventName);
-  virtual ~ToolEventSink() = default;
+  // Blocks until the host has answered; the answer stands in the request.
   virtual void requestInput(InputRequest& request) = 0;
+  virtual ~ToolEventSink() = default;
 
   std::map<std::string, Handler> handlers;
 };

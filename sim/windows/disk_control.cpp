@@ -318,6 +318,13 @@ BOOL geometry(const Disk& disk, bool extended, const Block& b, LPDWORD returned)
 
 BOOL driveLayout(const Disk& disk, const Block& b, LPDWORD returned) {
   if (!disk.media) return fail(ERROR_NOT_READY, FALSE);
+  // "layoutNeedsBytes": the reply is refused as too small below that many
+  // bytes, as for a layout of that size.
+  const auto needs = disk.description.find("layoutNeedsBytes");
+  if (needs != disk.description.end() && needs->is_number_unsigned() &&
+      (b.out == nullptr || b.outSize < needs->get<uint64_t>())) {
+    return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+  }
   DWORD bytes = 0;
   if (!seam::driveLayoutReply(readDriveLayout(*disk.media), b.out, b.outSize, &bytes)) {
     return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
@@ -341,6 +348,11 @@ BOOL smartVersion(const Disk& disk, const Block& b, LPDWORD returned) {
     v.fCapabilities = (*it)["capabilities"].get<DWORD>();
   }
   std::memcpy(b.out, &v, sizeof(v));
+  // A driver that fills the whole reply and still reports a failure.
+  if (it != disk.description.end() && it->is_object() && it->value("failsWithReply", false)) {
+    if (returned != nullptr) *returned = sizeof(v);
+    return fail(ERROR_GEN_FAILURE, FALSE);
+  }
   return done(returned, sizeof(v));
 }
 

@@ -5,6 +5,7 @@
 // volumes.cpp, files in files.cpp.
 #include "sim/windows/face.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 
@@ -15,6 +16,22 @@
 
 namespace sim {
 namespace windows {
+
+namespace {
+// The journal file of a machine loaded from the environment, written when the
+// process ends (see face.h).
+std::string& journalPath() {
+  static std::string path;
+  return path;
+}
+
+void writeJournalAtExit() {
+  Machine* machine = Face::instance().installedOnly();
+  if (machine == nullptr || journalPath().empty()) return;
+  std::string error;
+  if (!machine->journal().writeText(journalPath(), &error)) std::fprintf(stderr, "simulated PC: %s\n", error.c_str());
+}
+}  // namespace
 
 Face& Face::instance() {
   static Face face;
@@ -78,8 +95,22 @@ Machine* Face::machine() {
     if (named != nullptr && *named != '\0') {
       std::string error;
       auto loaded = Machine::load(named, &error);
-      // A description that can't be loaded leaves the PC without disks.
-      if (loaded) install(std::move(loaded), &error);
+      // A description that can't be loaded leaves the PC without disks, and
+      // the reason (the field's path and what is wrong with it) is left in
+      // MODULE_STORAGE_MACHINE_ERROR: the three exports have no other way to
+      // tell a host why it sees no disks.
+      if (!loaded || !install(std::move(loaded), &error)) {
+        setenv("MODULE_STORAGE_MACHINE_ERROR", error.empty() ? "the machine could not be built" : error.c_str(), 1);
+      } else {
+        const char* journal = std::getenv("MODULE_STORAGE_JOURNAL");
+        if (journal != nullptr && *journal != '\0' && journalPath().empty()) {
+          // The partition tables written at install are the machine's own
+          // making: the file holds what the program did from here on.
+          machine_->journal().clear();
+          journalPath() = journal;
+          std::atexit(writeJournalAtExit);
+        }
+      }
     }
   }
   return machine_.get();
@@ -286,20 +317,31 @@ HANDLE openPath(Face& face, const std::string& path, DWORD access, DWORD share, 
   }
   if (startsWithNoCase(path, "\\\\?\\")) {
     // A device interface path handed out by SetupAPI.
+    const std::string wanted = lowerAscii(path);
     if (machine != nullptr) {
-      for (size_t i = 0; i < machine->disks.size(); ++i) {
-        if (!machine->disks[i].hidden && lowerAscii(path) == lowerAscii(diskInterfacePath(*machine, i))) {
-          auto disk = std::make_shared<DiskObject>();
-          disk->disk = i;
-          disk->access = access;
-          disk->share = share;
-          disk->flags = flags;
-          return face.addObject(disk);
-        }
+      // The instance number in the path is the disk's index, so only that
+      // disk's own path can match: building every disk's path for every open
+      // made discovery grow with the square of the disks.
+      const size_t suffix = wanted.rfind("&0#{");
+      const size_t hash = suffix == std::string::npos || suffix == 0 ? std::string::npos : wanted.rfind('#', suffix - 1);
+      size_t i = 0;
+      bool digits = hash != std::string::npos && suffix - hash > 1 && suffix - hash <= 10;
+      for (size_t at = hash + 1; digits && at < suffix; ++at) {
+        digits = wanted[at] >= '0' && wanted[at] <= '9';
+        i = i * 10 + static_cast<size_t>(wanted[at] - '0');
+      }
+      if (digits && i < machine->disks.size() && !machine->disks[i].hidden &&
+          wanted == lowerAscii(diskInterfacePath(*machine, i))) {
+        auto disk = std::make_shared<DiskObject>();
+        disk->disk = i;
+        disk->access = access;
+        disk->share = share;
+        disk->flags = flags;
+        return face.addObject(disk);
       }
     }
     for (auto& controller : face.controllers()) {
-      if (lowerAscii(path) == lowerAscii(controller->interfacePath)) {
+      if (wanted == lowerAscii(controller->interfacePath)) {
         auto adapter = std::make_shared<AdapterObject>();
         adapter->controller = controller.get();
         return face.addObject(adapter);

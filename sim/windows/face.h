@@ -2,7 +2,13 @@
 // declares from a sim::Machine. Tests install a machine in-process; a process
 // that installs none gets the one named by MODULE_STORAGE_MACHINE (a JSON file
 // path, JSON text or "default") on its first Win32 call, and with neither every
-// call fails as on a PC without disks.
+// call fails as on a PC without disks. When such a machine is loaded and
+// MODULE_STORAGE_JOURNAL names a file, the machine's journal is written there
+// in Journal::text() form when the process exits normally (returning from
+// main or calling exit; not on _Exit or a signal that kills it), so that a
+// test driving a host process can see every command and every written sector.
+// The journal starts empty then: the partition tables written at install are
+// not the program's doing.
 #pragma once
 
 #include <cstdint>

@@ -192,6 +192,8 @@ class Face {
   }
   // Loads the machine the environment names, once, when none is installed.
   Machine* machine();
+  // The installed machine, or null; never loads one.
+  Machine* installedOnly() { return machine_.get(); }
 
   HANDLE addObject(std::shared_ptr<Object> object);
   const std::map<uintptr_t, std::shared_ptr<Object>>& objects() const { return handles_; }

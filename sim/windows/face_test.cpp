@@ -3,6 +3,9 @@
 // virtual clock, and the PC without a machine.
 #include "sim/windows/face_test_support.h"
 
+#include "sim/windows/face_state.h"
+
+#include <cctype>
 #include <cstdlib>
 #include <vector>
 
@@ -45,6 +48,34 @@ TEST_F(DiskFaceTest, PhysicalDriveBeyondTheLastDiskIsNotFound) {
   EXPECT_TRUE(CloseHandle(disk));
   EXPECT_FALSE(CloseHandle(disk));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(DiskFaceTest, AnInterfacePathOpensItsOwnDiskInAnyCaseAndNothingElse) {
+  std::vector<Disk> disks = {makeDisk("a", 4096, std::make_shared<FakeAta>(), nullptr),
+                             makeDisk("b", 4096, std::make_shared<FakeAta>(), nullptr),
+                             makeDisk("c", 4096, std::make_shared<FakeAta>(), nullptr)};
+  disks[1].hidden = true;
+  install(std::move(disks));
+  const Machine& machine = *Face::instance().machine();
+  auto open = [](std::string path) {
+    return CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+                       nullptr);
+  };
+  std::string upper = diskInterfacePath(machine, 2);
+  for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  HANDLE third = open(upper);
+  ASSERT_NE(third, INVALID_HANDLE_VALUE);
+  EXPECT_TRUE(CloseHandle(third));
+
+  EXPECT_EQ(open(diskInterfacePath(machine, 1)), INVALID_HANDLE_VALUE);  // hidden
+  std::string beyond = diskInterfacePath(machine, 2);
+  beyond.replace(beyond.rfind("#2&0#{"), 6, "#3&0#{");
+  EXPECT_EQ(open(beyond), INVALID_HANDLE_VALUE);
+  std::string notANumber = diskInterfacePath(machine, 2);
+  notANumber.replace(notANumber.rfind("#2&0#{"), 6, "#x&0#{");
+  EXPECT_EQ(open(notANumber), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(open("\\\\?\\scsi#disk&0#{"), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(DiskFaceTest, AHiddenDiskIsNeitherListedNorOpenedButKeepsItsNumberGap) {
@@ -484,6 +515,29 @@ TEST_F(DiskFaceTest, TheEnvironmentNamesTheMachineOnTheFirstCall) {
   EXPECT_EQ(installedMachine(), nullptr);
   EXPECT_EQ(openDisk(0), INVALID_HANDLE_VALUE);
   unsetenv("MODULE_STORAGE_MACHINE");
+}
+
+TEST_F(DiskFaceTest, ADescriptionThatCannotBeLoadedLeavesItsReasonInTheEnvironment) {
+  unsetenv("MODULE_STORAGE_MACHINE_ERROR");
+  setenv("MODULE_STORAGE_MACHINE", R"({"disks": [{"name": "a", "kind": "emmc", "profile": {"capacitySectors": 8}, "speed": 1}]})", 1);
+  resetToEnvironment();
+  EXPECT_EQ(installedMachine(), nullptr);
+  const char* reason = std::getenv("MODULE_STORAGE_MACHINE_ERROR");
+  ASSERT_NE(reason, nullptr);
+  EXPECT_EQ(std::string(reason), "disks[0].speed: unknown key");
+
+  // A description the face itself refuses (its partitions) says so too.
+  setenv("MODULE_STORAGE_MACHINE",
+         R"({"disks": [{"name": "a", "kind": "emmc", "profile": {"capacitySectors": 4096},
+             "partitions": {"scheme": "apm", "entries": []}}]})",
+         1);
+  resetToEnvironment();
+  EXPECT_EQ(installedMachine(), nullptr);
+  reason = std::getenv("MODULE_STORAGE_MACHINE_ERROR");
+  ASSERT_NE(reason, nullptr);
+  EXPECT_NE(std::string(reason).find("partitions.scheme"), std::string::npos) << reason;
+  unsetenv("MODULE_STORAGE_MACHINE");
+  unsetenv("MODULE_STORAGE_MACHINE_ERROR");
 }
 
 }  // namespace

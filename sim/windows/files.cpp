@@ -577,6 +577,9 @@ BOOL SetFileValidData(HANDLE file, LONGLONG validDataLength) {
   if (face.enabledPrivileges().count("SeManageVolumePrivilege") == 0) return fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
   if ((object->access & (GENERIC_WRITE | GENERIC_ALL)) == 0) return fail(ERROR_ACCESS_DENIED, FALSE);
   sim::windows::FileNode& node = *object->node;
+  // A sparse file has no valid data length to move: Windows refuses it, as it
+  // does compressed and network files. (Wine never makes a file sparse.)
+  if ((node.attributes & FILE_ATTRIBUTE_SPARSE_FILE) != 0) return fail(ERROR_INVALID_PARAMETER, FALSE);
   if (validDataLength < 0 || static_cast<uint64_t>(validDataLength) > node.size ||
       static_cast<uint64_t>(validDataLength) < node.validDataLength) {
     return fail(ERROR_INVALID_PARAMETER, FALSE);

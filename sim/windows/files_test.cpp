@@ -178,6 +178,28 @@ TEST_F(FileFaceTest, SetFileValidDataNeedsTheVolumePrivilegeEnabled) {
   CloseHandle(file);
 }
 
+TEST_F(FileFaceTest, SetFileValidDataRefusesASparseFile) {
+  installVolumes();
+  HANDLE file = CreateFileA("C:\\s.bin", GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  LARGE_INTEGER size{};
+  size.QuadPart = 8192;
+  SetFilePointerEx(file, size, nullptr, FILE_BEGIN);
+  ASSERT_TRUE(SetEndOfFile(file));
+  DWORD returned = 0;
+  ASSERT_TRUE(DeviceIoControl(file, FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr));
+  HANDLE token = nullptr;
+  ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &token));
+  TOKEN_PRIVILEGES privileges{};
+  privileges.PrivilegeCount = 1;
+  ASSERT_TRUE(LookupPrivilegeValueW(nullptr, SE_MANAGE_VOLUME_NAME, &privileges.Privileges[0].Luid));
+  privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+  ASSERT_TRUE(AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr));
+  CloseHandle(token);
+  EXPECT_FALSE(SetFileValidData(file, 4096));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  CloseHandle(file);
+}
+
 TEST_F(FileFaceTest, AdjustingAPrivilegeTheTokenLacksSucceedsWithNotAllAssigned) {
   install({}, nlohmann::json::parse(R"({"privileges": []})"));
   HANDLE token = nullptr;

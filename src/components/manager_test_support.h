@@ -25,10 +25,8 @@ class SpyService : public DeviceService {
   std::vector<std::string> lastScanPaths() const override { return inner->lastScanPaths(); }
   uint32_t open(const std::string& path, HANDLE* out) override {
     openedPaths.push_back(path);
-    if (refused.count(path) != 0) {
-      *out = nullptr;
-      return ERROR_ACCESS_DENIED;
-    }
+    // A refused open leaves the caller's handle as it was, as the service does.
+    if (refused.count(path) != 0) return ERROR_ACCESS_DENIED;
     const uint32_t status = inner->open(path, out);
     if (status == 0) {
       handles.push_back(*out);

@@ -94,37 +94,32 @@ void StorageComponentManager::refresh() {
   DeviceService* service = scanner->getDeviceService();
   for (const auto& disk : diskMap) {
     for (const std::string& path : disk.second) {
-      HANDLE handle = INVALID_HANDLE_VALUE;
-      if (service->open(path, &handle) != 0) continue;
+      // Closed on every way out of this path but the one that keeps it, an
+      // exception included.
+      ScopedDeviceHandle handle(service);
+      if (handle.open(path) != 0) continue;
       // Removable media are not components.
       uint8_t removable = 0;
-      if (scanner->isRemovable(disk.first, &removable) != kStatusOk || removable != 0) {
-        closeHandle(handle);
-        continue;
-      }
+      if (scanner->isRemovable(disk.first, &removable) != kStatusOk || removable != 0) continue;
       // A disk of unknown bus is not offered; a RAID volume is not tested as
       // a disk (its drives are found behind the controller).
       uint32_t busKind = kBusUnknown;
       if (scanner->getBusKind(disk.first, &busKind) != kStatusOk || busKind == kBusUnknown || busKind == kBusRaid) {
-        closeHandle(handle);
         continue;
       }
       uint32_t location = kLocationUnknown;
       scanner->getLocation(disk.first, &location);
-      DiskCandidate candidate{handle, location, busKind, path};
+      DiskCandidate candidate{handle.get(), location, busKind, path};
       std::unique_ptr<StorageProtocol> protocol = createProtocol(candidate);
-      if (!protocol) {
-        closeHandle(handle);
-        continue;
-      }
+      if (!protocol) continue;
       std::unique_ptr<StorageComponent> component;
       if (buildComponent(disk.first, std::move(protocol), &component, location, busKind, "") != kStatusOk) {
-        component.reset();
-        closeHandle(handle);
+        component.reset();  // before its handle is closed
         continue;
       }
       // The handle stays open for the life of the component.
       components.push_back(std::move(component));
+      handle.release();
       break;
     }
   }
@@ -167,13 +162,14 @@ std::unique_ptr<StorageProtocol> StorageComponentManager::createProtocol(DiskCan
       protocol = std::move(scsiProtocol);
       protocol->setProtocolKind(kProtocolScsi);
     }
-    // An external disk's protocol must answer; otherwise ATA through SAT may.
-    if (candidate.location == kLocationExternal) {
-      StorageProtocolProperties properties;
-      if (!protocol || protocol->getProperties(&properties) != kStatusOk) {
-        protocol.reset();
-        protocol = satFallback(scsi);
-      }
+  }
+  // An external disk's protocol must answer, whatever its kind (an eMMC card
+  // in an external reader included); otherwise ATA through SAT may.
+  if (candidate.location == kLocationExternal) {
+    StorageProtocolProperties properties;
+    if (!protocol || protocol->getProperties(&properties) != kStatusOk) {
+      protocol.reset();
+      protocol = satFallback(scsi);
     }
   }
   if (protocol) protocol->setBusKind(candidate.busKind);
@@ -211,7 +207,8 @@ uint32_t StorageComponentManager::buildComponent(uint32_t disk, std::unique_ptr<
     // the drive itself rather than its enclosure. Tests keep using the SCSI
     // protocol; the temporary one goes at the end of this block.
     auto scsi = std::make_shared<ScsiBridge>(own->getHandle());
-    AtaProtocol behind;
+    const std::unique_ptr<AtaProtocol> behindOwner = makeProtocolBehindBridge();
+    AtaProtocol& behind = *behindOwner;
     const std::shared_ptr<AtaBridge> bridges[] = {
         std::make_shared<SatBridgeWithCkCondition>(scsi), std::make_shared<SatBridgeWithoutCkCond>(scsi),
         std::make_shared<JMicronBridge>(scsi), std::make_shared<SunplusBridge>(scsi)};
@@ -236,6 +233,10 @@ uint32_t StorageComponentManager::buildComponent(uint32_t disk, std::unique_ptr<
   if (!described) result = made.describe(nullptr, parentName);
   if (result == kStatusOk) made.describePartitions();
   return result;
+}
+
+std::unique_ptr<AtaProtocol> StorageComponentManager::makeProtocolBehindBridge() {
+  return std::make_unique<AtaProtocol>();
 }
 
 void StorageComponentManager::discoverRaidDrives(std::vector<std::unique_ptr<StorageComponent>>& out) {
@@ -349,32 +350,30 @@ bool StorageComponentManager::hasDevices() {
   scanner->scanDevices(diskMap);
   DeviceService* service = scanner->getDeviceService();
   std::vector<DiskCandidate> candidates;
+  // The candidates' handles, closed at the end on every way out.
+  std::vector<ScopedDeviceHandle> held;
   bool answer = false;
   for (const auto& disk : diskMap) {
     for (const std::string& path : disk.second) {
-      HANDLE handle = INVALID_HANDLE_VALUE;
-      if (service->open(path, &handle) != 0) continue;
+      ScopedDeviceHandle handle(service);
+      if (handle.open(path) != 0) continue;
       uint8_t removable = 0;
       uint32_t busKind = kBusUnknown;
       if (scanner->isRemovable(disk.first, &removable) != kStatusOk || removable != 0 ||
           scanner->getBusKind(disk.first, &busKind) != kStatusOk) {
-        closeHandle(handle);
         continue;
       }
       if (busKind == kBusAta || busKind == kBusScsi || busKind == kBusEmmc || busKind == kBusNvme) {
         // A local disk: the answer needs no command.
-        closeHandle(handle);
         answer = true;
         break;
       }
-      if (busKind == kBusUnknown || busKind == kBusRaid) {
-        closeHandle(handle);
-        continue;
-      }
+      if (busKind == kBusUnknown || busKind == kBusRaid) continue;
       // USB: kept open until every path has been seen.
       uint32_t location = kLocationUnknown;
       scanner->getLocation(disk.first, &location);
-      candidates.push_back({handle, location, busKind, path});
+      candidates.push_back({handle.get(), location, busKind, path});
+      held.push_back(std::move(handle));
     }
     if (answer) break;
   }
@@ -387,6 +386,6 @@ bool StorageComponentManager::hasDevices() {
       }
     }
   }
-  for (const DiskCandidate& candidate : candidates) closeHandle(candidate.handle);
+  held.clear();  // closes the candidates' handles, in order
   return answer;
 }

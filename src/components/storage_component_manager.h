@@ -16,6 +16,8 @@
 #include "module_storage/system_component.h"
 #include "scanner/storage_scanner.h"
 
+class AtaProtocol;
+
 // A disk during discovery: the handle opened on `path`, and how the disk is
 // attached.
 struct DiskCandidate {
@@ -71,6 +73,11 @@ class StorageComponentManager : public SystemComponentManager {
   bool hasUsableRaidDrive();
 
   StorageScanner* getScanner() const { return scanner.get(); }
+
+ protected:
+  // The temporary ATA protocol that looks behind an external disk's bridge
+  // (buildComponent); a plain AtaProtocol. Tests give one of their own.
+  virtual std::unique_ptr<AtaProtocol> makeProtocolBehindBridge();
 
  private:
   void closeHandle(HANDLE handle);

@@ -170,10 +170,48 @@ TEST_F(StorageComponentManagerTest, ABridgeThatAnswersIdentifyButFailsDescribeLe
   }
   EXPECT_GE(answered, 2u) << "the enclosure's own identify and the JMicron probe";
   EXPECT_GT(identifies, answered) << "the description through the bridge failed";
-  // The flags were taken from the temporary protocol all the same; its failed
-  // IDENTIFY left nothing in its cache.
+  // The flags come from the temporary protocol's cache, which its failed
+  // IDENTIFY left empty, and not from the probe's answer, in which the drive
+  // said it was locked. (That they are taken at all, the next test shows.)
   EXPECT_EQ(component->getSecuritySupported(), 0);
   EXPECT_EQ(component->getSecurityLocked(), 0);
+}
+
+// A temporary protocol whose description fails although its cache holds the
+// drive's security state (as after an IDENTIFY whose answer came, followed by
+// a failure): the component takes the flags from that cache all the same.
+class LockedButSilentAta : public AtaProtocol {
+ public:
+  uint32_t getProperties(StorageProtocolProperties*) override {
+    cache.securitySupported = true;
+    cache.securityLocked = true;
+    return kStatusIoctlFailed;
+  }
+};
+
+class ManagerWithSilentAtaBehindBridges : public StorageComponentManager {
+ public:
+  ManagerWithSilentAtaBehindBridges() : StorageComponentManager(ItemId(1, 0, 1)) {}
+
+ protected:
+  std::unique_ptr<AtaProtocol> makeProtocolBehindBridge() override { return std::make_unique<LockedButSilentAta>(); }
+};
+
+TEST_F(StorageComponentManagerTest, AFailedDescriptionBehindABridgeStillSetsBothSecurityFlagsFromTheTemporaryProtocol) {
+  installJson(machineOf({kJMicronDisk}));
+  ManagerWithSilentAtaBehindBridges manager;
+  manager.refresh();
+  ASSERT_EQ(manager.getComponentCount(), 1u);
+  auto* component = static_cast<StorageComponent*>(manager.getComponent(0));
+  EXPECT_NE(dynamic_cast<ScsiProtocol*>(component->getProtocol()), nullptr);
+  EXPECT_EQ(component->getSecuritySupported(), 1);
+  EXPECT_EQ(component->getSecurityLocked(), 1);
+  // The description is the enclosure's, through SCSI.
+  std::string model;
+  for (const DetailEntry& entry : component->getDetails()) {
+    if (entry.key == "MODEL") model = entry.value;
+  }
+  EXPECT_EQ(model, "Generic");
 }
 
 TEST_F(StorageComponentManagerTest, AnEmmcDiskIsNeverProbedAndAlwaysGetsEmmcProtocol) {
@@ -192,6 +230,41 @@ TEST_F(StorageComponentManagerTest, AnEmmcDiskIsNeverProbedAndAlwaysGetsEmmcProt
   EXPECT_TRUE(machine->journal().commandsTo("a.scsi").empty());
   // Described from the storage descriptor.
   EXPECT_EQ(discovery.detail(0, "MODEL"), "FIRST DISK");
+}
+
+TEST_F(StorageComponentManagerTest, AnExternalEmmcDiskMustAnswerGetPropertiesLikeAnyExternalDisk) {
+  installJson(machineOf({R"({"name": "e", "kind": "emmc", "profile": {"capacitySectors": 2097152},
+    "partitions": {"scheme": "mbr", "entries": [{"type": 7, "startLba": 2048, "sectorCount": 1000000}]},
+    "volumes": [{"partition": 1, "letter": "C"}],
+    "files": [{"path": "C:\\probe.bin", "size": 4096}]})"}));
+  const HANDLE disk = openDisk(0);
+  const HANDLE file = openPath("C:\\probe.bin", GENERIC_READ);
+  ASSERT_NE(disk, INVALID_HANDLE_VALUE);
+  ASSERT_NE(file, INVALID_HANDLE_VALUE);
+
+  // Internal: nothing is asked, the cache stays empty.
+  DiskCandidate internal{disk, kLocationInternal, kBusEmmc, "\\\\.\\PhysicalDrive0"};
+  std::unique_ptr<StorageProtocol> kept = discovery.manager->createProtocol(internal);
+  ASSERT_NE(dynamic_cast<EmmcProtocol*>(kept.get()), nullptr);
+  StorageProtocolProperties cached;
+  kept->getCachedProperties(&cached);
+  EXPECT_EQ(cached.sectorCount, 0u);
+
+  // External: the protocol had to answer getProperties, which filled its cache.
+  DiskCandidate external{disk, kLocationExternal, kBusEmmc, "\\\\.\\PhysicalDrive0"};
+  std::unique_ptr<StorageProtocol> asked = discovery.manager->createProtocol(external);
+  ASSERT_NE(dynamic_cast<EmmcProtocol*>(asked.get()), nullptr);
+  EXPECT_EQ(asked->getProtocolKind(), static_cast<uint32_t>(kProtocolEmmc));
+  EXPECT_EQ(asked->getBusKind(), static_cast<uint32_t>(kBusEmmc));
+  asked->getCachedProperties(&cached);
+  EXPECT_GT(cached.sectorCount, 0u) << "the geometry's count";
+
+  // A handle that is no disk: inside it is taken unasked; outside its
+  // getProperties fails, SAT does not answer either, and there is no protocol.
+  DiskCandidate insideNoDisk{file, kLocationInternal, kBusEmmc, "C:\\probe.bin"};
+  EXPECT_NE(dynamic_cast<EmmcProtocol*>(discovery.manager->createProtocol(insideNoDisk).get()), nullptr);
+  DiskCandidate outsideNoDisk{file, kLocationExternal, kBusEmmc, "C:\\probe.bin"};
+  EXPECT_EQ(discovery.manager->createProtocol(outsideNoDisk), nullptr);
 }
 
 TEST_F(StorageComponentManagerTest, AnNvmeDiskThatIsNotScsiRespondingFallsThroughToAnAtaProtocolAtLocation1) {
@@ -414,18 +487,52 @@ TEST(StorageComponentManagerMerge, TwoDrivesWithoutUdiAreDoubles) {
   EXPECT_EQ(manager.getComponentCount(), 1u);
 }
 
+// Puts components with these UDIs (an empty text: no "UDI" entry at all) and
+// the ids 0, 1, 2 ... into the manager. The merge keeps distinct UDIs only,
+// so they go in under distinct texts and are then given the wanted ones.
+void putComponents(StorageComponentManager& manager, const std::vector<std::string>& udis) {
+  std::vector<std::unique_ptr<StorageComponent>> disks;
+  for (size_t i = 0; i < udis.size(); ++i) {
+    disks.push_back(componentWithUdi("distinct-" + std::to_string(i), std::to_string(i), kLocationInternal));
+  }
+  manager.mergeRaidDrives(disks);
+  ASSERT_EQ(manager.getComponentCount(), udis.size());
+  for (size_t i = 0; i < udis.size(); ++i) {
+    auto* component = static_cast<StorageComponent*>(manager.getComponent(static_cast<uint32_t>(i)));
+    std::vector<DetailEntry> details = component->getDetails();
+    ASSERT_EQ(details.front().key, "UDI");
+    if (udis[i].empty()) {
+      // No UDI: the entry becomes one of another key.
+      component->setDetail(0, {"NO_UDI_HERE", "-"});
+    } else {
+      component->setDetail(0, {"UDI", udis[i]});
+    }
+  }
+}
+
+std::vector<std::string> udisOf(const StorageComponentManager& manager) {
+  std::vector<std::string> udis;
+  for (uint32_t i = 0; i < manager.getComponentCount(); ++i) {
+    udis.push_back(static_cast<StorageComponent*>(manager.getComponent(i))->getUdi());
+  }
+  return udis;
+}
+
 TEST(StorageComponentManagerMerge, ThreeIdenticalUdisGetTheirDiskNumbersAfterTheFirst) {
   StorageComponentManager manager(ItemId(1, 0, 1), std::make_unique<manager_testing::ScriptedScanner>());
-  std::vector<std::unique_ptr<StorageComponent>> disks;
-  disks.push_back(componentWithUdi("X", "0", kLocationInternal));
-  disks.push_back(componentWithUdi("Y", "1", kLocationInternal));
-  manager.mergeRaidDrives(disks);
-  // The merge keeps distinct UDIs only; the doubles come from the scan. Put
-  // them in through a second merge of distinct texts, then make them equal.
-  static_cast<StorageComponent*>(manager.getComponent(1))->setDetail(0, {"UDI", "X"});
+  putComponents(manager, {"X", "X", "X"});
   manager.makeUdisUnique();
-  EXPECT_EQ(static_cast<StorageComponent*>(manager.getComponent(0))->getUdi(), "X");
-  EXPECT_EQ(static_cast<StorageComponent*>(manager.getComponent(1))->getUdi(), "X1");
+  EXPECT_EQ(udisOf(manager), (std::vector<std::string>{"X", "X1", "X2"}));
+}
+
+TEST(StorageComponentManagerMerge, AComponentWithoutAUdiKeepsTheRememberedValueOfTheOneBeforeIt) {
+  StorageComponentManager manager(ItemId(1, 0, 1), std::make_unique<manager_testing::ScriptedScanner>());
+  putComponents(manager, {"X", "", "X"});
+  manager.makeUdisUnique();
+  // The first turn makes the third "X2". The second component has no UDI, so
+  // "X" is still the remembered value on its turn, and the first component,
+  // which still holds it, gets its own number appended.
+  EXPECT_EQ(udisOf(manager), (std::vector<std::string>{"X0", "", "X2"}));
 }
 
 TEST(StorageComponentManagerMerge, DiscoveryFindsNoRaidDrivesYet) {

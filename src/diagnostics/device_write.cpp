@@ -89,8 +89,12 @@ uint32_t StorageDeviceWriteTest::run(TestRunContext* runContext) {
   // the time of zero-filling.
   hasVolumePrivilege = true;
   if (!enableVolumePrivilege()) hasVolumePrivilege = false;
-  const uint32_t result = testBody();
-  if (hasVolumePrivilege) restoreVolumePrivilege();
+  uint32_t result = SUCCESS;
+  {
+    // Restored when the body ends, however it ends.
+    const VolumePrivilegeRestore restore(hasVolumePrivilege);
+    result = testBody();
+  }
 
   // An abort has the last word, with the event of its own check.
   if (checkAbortAnnounced(context, true)) return ABORTED;
@@ -116,11 +120,14 @@ uint32_t StorageDeviceWriteTest::testBody() {
   std::vector<PartitionRecord> usable;
   uint32_t result = findVolumes(&usable);
   if (result != SUCCESS) return result;
-  std::vector<TestFile> files;
-  result = createFiles(usable, &files);
+  // Files made for earlier volumes are closed too when a later one fails:
+  // the run lets go of them then, and an open one would keep its room on the
+  // volume until the process ends.
+  OpenFiles open(filesystem);
+  result = createFiles(usable, &open.list());
   if (result != SUCCESS) return result;
 
-  for (const TestFile& file : files) {
+  for (const TestFile& file : open.list()) {
     if (checkAbortAnnounced(context, false)) {
       result = ABORTED;
       break;
@@ -131,9 +138,14 @@ uint32_t StorageDeviceWriteTest::testBody() {
     result = writeAndVerify(file, pickOffsets(file));
     if (result != SUCCESS) break;
   }
-  for (const TestFile& file : files) filesystem->close(file.handle);  // deletes them
+  open.closeAll();  // deletes them
   listener->onProgress(100, "");
   return result;
+}
+
+void StorageDeviceWriteTest::OpenFiles::closeAll() {
+  for (const TestFile& file : files_) filesystem_->close(file.handle);
+  files_.clear();
 }
 
 uint32_t StorageDeviceWriteTest::findVolumes(std::vector<PartitionRecord>* usable) {
@@ -182,7 +194,10 @@ uint32_t StorageDeviceWriteTest::createFiles(const std::vector<PartitionRecord>&
 
     const std::string path = record.mountPoints.front() + kTemporaryFileName;
     if (filesystem->create(path, &file.handle, true) != 0) {
-      // Files made for earlier volumes stay open until the process ends.
+      // The file may be open although its removal at the next start could
+      // not be registered; the run does not keep it, so it is closed here
+      // (which deletes it).
+      if (file.handle != nullptr && file.handle != INVALID_HANDLE_VALUE) filesystem->close(file.handle);
       listener->onProgress(100, kKeyVolumeAccessError);
       log->log(kKeyVolumeAccessError, LevelWarning, nullptr);
       return WARNING;

@@ -48,13 +48,33 @@ class StorageDeviceWriteTest : public StorageTest {
     PartitionRecord volume;
   };
 
+  // Holds the run's temporary files and closes them (which deletes them) on
+  // every way out of the run, an exception from a host callback included.
+  class OpenFiles {
+   public:
+    explicit OpenFiles(Filesystem* owner) : filesystem_(owner) {}
+    ~OpenFiles() { closeAll(); }
+    OpenFiles(const OpenFiles&) = delete;
+    OpenFiles& operator=(const OpenFiles&) = delete;
+    std::vector<TestFile>& list() { return files_; }
+    // Closes every file, in order, and forgets them.
+    void closeAll();
+
+   private:
+    Filesystem* filesystem_;
+    std::vector<TestFile> files_;
+  };
+
   // The question, the volumes, the files, then each file in turn.
   uint32_t testBody();
   // The NTFS volumes of the disk with more room than the margin, in the order
   // of the description; NO_VALID_VOLUME when there is none.
   uint32_t findVolumes(std::vector<PartitionRecord>* usable);
   // The temporary file of each volume, sized to the volume's room less the
-  // margin; its share of the test and its chunk size.
+  // margin; its share of the test and its chunk size. A file that is open
+  // but can't be used (its size can't be set, or its removal at the next
+  // start can't be registered) is closed here; the files of earlier volumes
+  // stay in `files` for the caller to close.
   uint32_t createFiles(const std::vector<PartitionRecord>& usable, std::vector<TestFile>* files);
   // One chunk in each of `testBytes / chunkSize` equal slots of the file, at
   // a random cluster inside its slot.

@@ -62,7 +62,10 @@ class FileStore : public Filesystem {
 
   uint32_t create(std::string path, HANDLE* out, bool deleteOnClose) override {
     const uint32_t status = next(createAnswers);
-    HANDLE handle = status == 0 ? reinterpret_cast<HANDLE>(0x100 + created.size()) : INVALID_HANDLE_VALUE;
+    // openDespiteFailure: the file opened, but its removal at the next start
+    // could not be registered; the handle comes back open with the failure.
+    HANDLE handle = status == 0 || openDespiteFailure ? reinterpret_cast<HANDLE>(0x100 + created.size())
+                                                      : INVALID_HANDLE_VALUE;
     *out = handle;
     created.push_back({path, deleteOnClose, handle});
     return status;
@@ -115,6 +118,7 @@ class FileStore : public Filesystem {
   std::vector<Transfer> writes, reads;
   std::map<std::pair<HANDLE, uint64_t>, int> stored;
   size_t spoilRead = 0;  // flips a bit in the answer to this read (1-based)
+  bool openDespiteFailure = false;
   std::function<void()> onWrite;
 
  private:
@@ -537,15 +541,55 @@ TEST_F(DeviceWrite, ChunkIsTwoHundredFiftySixClustersOfTheVolume) {
 
 // --- Failures ----------------------------------------------------------------
 
-TEST_F(DeviceWrite, TemporaryFileThatCannotBeMadeGivesVolumeAccessErrorAndEarlierFilesStayOpen) {
+TEST_F(DeviceWrite, TemporaryFileThatCannotBeMadeGivesVolumeAccessErrorAndEarlierFilesAreClosed) {
   setVolumes({volume("C:\\", 4 * kMiB), volume("E:\\", 4 * kMiB)});
   files.createAnswers = {0, 1};
   EXPECT_EQ(test.run(&context), WARNING);
   EXPECT_EQ(listener.keyedEvents(), (std::vector<ProgressEvent>{{100, "VOLUME_ACCESS_ERROR"}}));
   EXPECT_EQ(log.lines, (std::vector<LogLine>{{"VOLUME_ACCESS_ERROR", LevelWarning}}));
-  EXPECT_TRUE(files.closed.empty()) << "the first file is released only when the process ends";
+  // The run lets go of the first volume's file: it is closed, which deletes
+  // it, rather than kept open until the process ends.
+  EXPECT_EQ(files.closed, (std::vector<HANDLE>{kFirstFile}));
   EXPECT_TRUE(files.writes.empty());
   EXPECT_EQ(listener.events.back(), (ProgressEvent{100, ""}));
+}
+
+TEST_F(DeviceWrite, AFileWhoseRemovalAtTheNextStartCannotBeRegisteredIsClosedAndGivesVolumeAccessError) {
+  setVolumes({volume("C:\\", 4 * kMiB)});
+  files.createAnswers = {1};
+  files.openDespiteFailure = true;  // the file came back open with the failure
+  EXPECT_EQ(test.run(&context), WARNING);
+  EXPECT_EQ(files.closed, (std::vector<HANDLE>{kFirstFile}));
+  EXPECT_TRUE(files.sizes.empty());
+  EXPECT_TRUE(files.writes.empty());
+  EXPECT_EQ(listener.keyedEvents(), (std::vector<ProgressEvent>{{100, "VOLUME_ACCESS_ERROR"}}));
+  EXPECT_EQ(log.lines, (std::vector<LogLine>{{"VOLUME_ACCESS_ERROR", LevelWarning}}));
+}
+
+TEST_F(DeviceWrite, AFileThatDidNotOpenIsNotClosed) {
+  setVolumes({volume("C:\\", 4 * kMiB)});
+  files.createAnswers = {1};
+  EXPECT_EQ(test.run(&context), WARNING);
+  EXPECT_TRUE(files.closed.empty());
+}
+
+TEST_F(DeviceWrite, AHostCallbackThatThrowsStillClosesTheFilesAndRestoresThePrivilege) {
+  setVolumes({volume("C:\\", 8 * kMiB), volume("E:\\", 8 * kMiB)});
+  struct HostFailure {};
+  // The host's listener throws in the middle of the write phase, after the
+  // process token lost the privilege behind the test's back.
+  listener.onEvent = [this](const ProgressEvent&) {
+    if (files.writes.size() != 3) return;
+    HANDLE token = nullptr;
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &token));
+    AdjustTokenPrivileges(token, TRUE, nullptr, 0, nullptr, nullptr);
+    CloseHandle(token);
+    ASSERT_FALSE(sim::privilegeEnabled("SeManageVolumePrivilege"));
+    throw HostFailure();
+  };
+  EXPECT_THROW(test.run(&context), HostFailure);
+  EXPECT_EQ(files.closed, (std::vector<HANDLE>{kFirstFile, kSecondFile}));
+  EXPECT_TRUE(sim::privilegeEnabled("SeManageVolumePrivilege")) << "the privilege was restored on the way out";
 }
 
 TEST_F(DeviceWrite, TemporaryFileThatCannotBeSizedIsClosedAndGivesVolumeAccessError) {

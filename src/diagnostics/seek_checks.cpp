@@ -64,8 +64,7 @@ bool reportLostDevice(StorageProtocol* protocol, TestListener* listener, Message
 }
 
 std::unique_ptr<uint8_t[]> sectorBuffer(const StorageProtocol* protocol) {
-  StorageProtocolProperties properties;
-  if (protocol != nullptr) protocol->getCachedProperties(&properties);
-  const size_t bytes = std::max(properties.logicalSectorSize, kMinimumSectorBytes);
+  const uint32_t sectorSize = protocol != nullptr ? protocol->getCachedLogicalSectorSize() : 0;
+  const size_t bytes = std::max(sectorSize, kMinimumSectorBytes);
   return std::unique_ptr<uint8_t[]>(new (std::nothrow) uint8_t[bytes]);
 }

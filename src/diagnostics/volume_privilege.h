@@ -17,3 +17,18 @@ void restoreVolumePrivilege();
 
 // The attribute kept by the last successful enableVolumePrivilege; 0 before.
 uint32_t keptVolumePrivilegeAttributes();
+
+// Restores the privilege when it goes out of scope, if `enabled`: on every way
+// out of the work done with it, an exception included.
+class VolumePrivilegeRestore {
+ public:
+  explicit VolumePrivilegeRestore(bool enabled) : enabled_(enabled) {}
+  ~VolumePrivilegeRestore() {
+    if (enabled_) restoreVolumePrivilege();
+  }
+  VolumePrivilegeRestore(const VolumePrivilegeRestore&) = delete;
+  VolumePrivilegeRestore& operator=(const VolumePrivilegeRestore&) = delete;
+
+ private:
+  bool enabled_;
+};

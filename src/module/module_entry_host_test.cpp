@@ -1,30 +1,55 @@
 // A host that includes only the public headers and reaches the module through
-// dlopen and its three exports: get the instance, walk it, release, again.
+// the platform's loader (dlopen, or LoadLibrary on Windows) and its three
+// exports: get the instance, walk it, release, again.
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <dlfcn.h>
+#endif
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 
 #include "module_storage/module_storage.h"
 
 namespace {
 
+#if defined(_WIN32)
+// The library stays loaded to the end of the process, as dlopen's
+// RTLD_NODELETE keeps it elsewhere: the module's tool outlives a release.
+void* openLibrary() { return reinterpret_cast<void*>(LoadLibraryA(MODULE_STORAGE_LIBRARY_PATH)); }
+std::string loaderError() { return "error " + std::to_string(GetLastError()); }
+void* findSymbol(void* library, const char* name) {
+  return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name));
+}
+void closeLibrary(void*) {}
+#else
+// RTLD_NODELETE keeps the code mapped after dlclose, so the leak checker
+// can still see what its dependencies hold in their globals at exit.
+void* openLibrary() { return dlopen(MODULE_STORAGE_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE); }
+std::string loaderError() {
+  const char* text = dlerror();
+  return text != nullptr ? text : "";
+}
+void* findSymbol(void* library, const char* name) { return dlsym(library, name); }
+void closeLibrary(void* library) { dlclose(library); }
+#endif
+
 class LoadedModule : public ::testing::Test {
  protected:
   void SetUp() override {
-    // RTLD_NODELETE keeps the code mapped after dlclose, so the leak checker
-    // can still see what its dependencies hold in their globals at exit.
-    library = dlopen(MODULE_STORAGE_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    ASSERT_NE(library, nullptr) << dlerror();
-    getInstance = reinterpret_cast<GetModuleInterfaceInstanceFn>(dlsym(library, "GetModuleInterfaceInstance"));
-    getVersion = reinterpret_cast<GetProductVersionFn>(dlsym(library, "GetProductVersion"));
-    release = reinterpret_cast<ReleaseModuleInterfaceInstanceFn>(dlsym(library, "ReleaseModuleInterfaceInstance"));
+    library = openLibrary();
+    ASSERT_NE(library, nullptr) << loaderError();
+    getInstance = reinterpret_cast<GetModuleInterfaceInstanceFn>(findSymbol(library, "GetModuleInterfaceInstance"));
+    getVersion = reinterpret_cast<GetProductVersionFn>(findSymbol(library, "GetProductVersion"));
+    release = reinterpret_cast<ReleaseModuleInterfaceInstanceFn>(findSymbol(library, "ReleaseModuleInterfaceInstance"));
     ASSERT_NE(getInstance, nullptr);
     ASSERT_NE(getVersion, nullptr);
     ASSERT_NE(release, nullptr);
   }
   void TearDown() override {
-    if (library != nullptr) dlclose(library);
+    if (library != nullptr) closeLibrary(library);
   }
 
   void* library = nullptr;

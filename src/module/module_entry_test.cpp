@@ -4,7 +4,11 @@
 
 #include <memory>
 
+#include "components/storage_component_manager.h"
 #include "module/catalogue.h"
+#include "scanner/win_storage_scanner.h"
+#include "sim/machine.h"
+#include "sim/windows/face.h"
 #include "tools/recover_bad_sectors.h"
 #include "module_storage/module_storage.h"
 
@@ -41,6 +45,29 @@ TEST_F(ModuleEntry, InstanceIsKeptUntilReleasedThenBuiltAfresh) {
   EXPECT_EQ(GetModuleInterfaceInstance(), second);
   ASSERT_EQ(second->getDiagnosticCount(), 2u);
   EXPECT_EQ(second->getDiagnostic(0)->getId(), ItemId(1, 1, 0));
+}
+
+TEST_F(ModuleEntry, TheManagerIsAStorageComponentManagerWithId101BuiltWithoutADeviceCommand) {
+  std::string error;
+  ASSERT_TRUE(sim::installMachine(sim::Machine::defaultMachine(), &error)) << error;
+  sim::Machine* machine = sim::installedMachine();
+  ASSERT_NE(machine, nullptr);
+  machine->journal().clear();
+  ModuleInterface* module = GetModuleInterfaceInstance();
+  ASSERT_NE(module, nullptr);
+  auto* manager = dynamic_cast<StorageComponentManager*>(module->getComponentManager());
+  ASSERT_NE(manager, nullptr);
+  EXPECT_EQ(manager->getId(), ItemId(1, 0, 1));
+  EXPECT_EQ(manager->getId().packedId, ItemId(1, 0, 1).packedId);
+  EXPECT_NE(dynamic_cast<WinStorageScanner*>(manager->getScanner()), nullptr);
+  // Building the catalogue finds no devices and sends nothing to any drive.
+  EXPECT_EQ(manager->getComponentCount(), 0u);
+  EXPECT_TRUE(machine->journal().entries().empty());
+  // The same identifier as the resource, which is another object.
+  EXPECT_EQ(module->getResource()->getReservedValue(), 0u);
+  EXPECT_NE(static_cast<void*>(module->getResource()), static_cast<void*>(manager));
+  ReleaseModuleInterfaceInstance();
+  sim::uninstallMachine();
 }
 
 TEST_F(ModuleEntry, ReleaseWithoutInstanceReturnsAtOnce) {

@@ -13,9 +13,8 @@ constexpr uint32_t kMinimumSectorSize = 512;
 
 uint32_t readThroughHandle(StorageProtocol* protocol, uint64_t lba, uint32_t sectorCount, uint64_t* firstBadLba,
                            uint32_t timeoutSeconds, void* buffer) {
-  StorageProtocolProperties properties;
-  if (protocol == nullptr || protocol->getCachedProperties(&properties) != kStatusOk) return kReadNotStarted;
-  const uint32_t sectorSize = properties.logicalSectorSize;
+  if (protocol == nullptr) return kReadNotStarted;
+  const uint32_t sectorSize = protocol->getCachedLogicalSectorSize();
   if (sectorSize < kMinimumSectorSize || buffer == nullptr) return kReadNotStarted;
 
   const uint64_t byteOffset = lba * sectorSize;

@@ -43,6 +43,7 @@ class EmmcProtocol : public StorageProtocol {
   uint32_t writeSector(uint64_t lba, void* buffer) override;
 
   const std::string& getPath() const { return path; }
+  EmmcUtils* getUtils() const { return utils; }
   // The volumes as the last successful getProperties listed them.
   const std::vector<StoragePartitionProperties>& getPartitions() const { return partitions; }
 

@@ -19,6 +19,7 @@
 #include "sim/machine.h"
 #include "sim/windows/face.h"
 #include "testing/recording_host.h"
+#include "testing/scripted_ata_bridge.h"
 #include "win32/win32.h"
 
 namespace {
@@ -80,6 +81,8 @@ class SimulatedMachine : public ::testing::Test {
   }
 
   // Runs the SMART status test on an internal disk reached by `protocol`.
+  // The keyed events and the log lines of the run are kept in `events` and
+  // `lines`.
   uint32_t runSmartStatus(std::unique_ptr<StorageProtocol> protocol, uint32_t busKind) {
     protocol->setBusKind(busKind);
     StorageProtocolProperties ignored;
@@ -91,10 +94,28 @@ class SimulatedMachine : public ::testing::Test {
     mstest::RecordingLog log;
     mstest::ScriptedRunContext context(&disk, &listener, &log);
     SmartStatusTest test(ItemId(1, 1, 1));
-    return test.run(&context);
+    const uint32_t result = test.run(&context);
+    events = listener.keyedEvents();
+    lines = log.lines;
+    return result;
+  }
+
+  // The operation codes that reached the drive `name` while its protocol
+  // gave a verdict; the verdict in `healthy`.
+  std::vector<uint8_t> healthQuery(StorageProtocol& protocol, const std::string& name, uint8_t* healthy) {
+    sim::installedMachine()->journal().clear();
+    *healthy = 7;
+    EXPECT_EQ(protocol.getSmartStatus(healthy), kStatusOk);
+    std::vector<uint8_t> opcodes;
+    for (const sim::JournalEntry& entry : sim::installedMachine()->journal().commandsTo(name)) {
+      opcodes.push_back(entry.opcode());
+    }
+    return opcodes;
   }
 
   std::vector<HANDLE> handles;
+  std::vector<mstest::ProgressEvent> events;
+  std::vector<mstest::LogLine> lines;
 };
 
 // --- Properties as the profiles say ------------------------------------------
@@ -279,6 +300,26 @@ TEST_F(SimulatedMachine, SmartStatusTestFailsAnAtaDiskPastItsThreshold) {
   EXPECT_EQ(runSmartStatus(ataProtocol(0), kBusAta), FAILED);
 }
 
+// A transport that carries the command but brings no registers back (all
+// zeros, no signature): the ATA verdict comes from the platform's prediction
+// of the same disk, and its answer stands.
+TEST_F(SimulatedMachine, AtaSmartStatusWithoutASignatureFallsBackToThePlatformsPredictionWhichAnswers) {
+  installJson(R"({"disks": [
+      {"name": "good", "kind": "ata", "bus": "sata", "profile": {"capacitySectors": 1000}},
+      {"name": "worn", "kind": "ata", "bus": "sata", "profile": {"capacitySectors": 1000,
+        "smart": {"attributes": [{"id": 5, "flags": 51, "value": 100, "worst": 100, "raw": 900, "threshold": 140}]}}}]})");
+  for (int disk : {0, 1}) {
+    auto silent = std::make_shared<mstest::ScriptedAtaBridge>(open(disk));
+    silent->queue(mstest::AtaAnswer());
+    AtaProtocol protocol;
+    protocol.addTransport(silent);
+    uint8_t healthy = 7;
+    EXPECT_EQ(protocol.getSmartStatus(&healthy), kStatusOk) << disk;
+    EXPECT_EQ(healthy, disk == 0 ? 1 : 0) << disk;
+    EXPECT_EQ(silent->sent.size(), 1u) << disk;
+  }
+}
+
 TEST_F(SimulatedMachine, SasDiskSmartVerdictFollowsItsFailurePrediction) {
   installJson(R"({"disks": [
       {"name": "good", "kind": "scsi", "bus": "sas", "profile": {"capacitySectors": 1000}},
@@ -297,6 +338,8 @@ TEST_F(SimulatedMachine, SasDiskSmartVerdictFollowsItsFailurePrediction) {
 TEST_F(SimulatedMachine, SmartStatusTestDoesNotApplyToASasDiskThatAnswersTheZeroLengthModeSense) {
   installJson(R"({"disks": [{"name": "sas", "kind": "scsi", "bus": "sas", "profile": {"capacitySectors": 1000}}]})");
   EXPECT_EQ(runSmartStatus(scsiProtocol<ScsiProtocol>(0), kBusScsi), NOT_APPLICABLE);
+  EXPECT_EQ(events, (std::vector<mstest::ProgressEvent>{{100, "SMART_NOT_SUPPORTED"}}));
+  EXPECT_EQ(lines, (std::vector<mstest::LogLine>{{"SMART_NOT_SUPPORTED", LevelError}}));
 }
 
 // Neither health route of the NVMe translation can give a verdict: REQUEST
@@ -309,6 +352,80 @@ TEST_F(SimulatedMachine, SmartStatusTestOnNvmeEndsNotApplicableAsNeitherHealthRo
   uint8_t healthy = 7;
   EXPECT_NE(protocol->getSmartStatus(&healthy), kStatusOk);
   EXPECT_EQ(runSmartStatus(scsiProtocol<NvmeScsiProtocol>(kNvme0), kBusNvme), NOT_APPLICABLE);
+  // A failed query is no refusal: no key reaches the host, no line the log.
+  EXPECT_TRUE(events.empty());
+  EXPECT_TRUE(lines.empty());
+}
+
+// --- Targets with healthQuirks: both health routes answer ---------------------
+
+constexpr uint8_t kLogSenseOpcode = 0x4D;
+constexpr uint8_t kRequestSenseOpcode = 0x03;
+
+// A SAS target that answers the zero-length MODE SENSE and LOG SENSE with the
+// whole page and gives 252 bytes of sense: SMART is supported, and the log
+// route gives the verdict, confirmed by the sense route when it is healthy.
+TEST_F(SimulatedMachine, SasTargetWithHealthQuirksIsHealthyThroughTheLogAndTheSenseRoute) {
+  installJson(R"({"disks": [{"name": "sas", "kind": "scsi", "bus": "sas",
+      "profile": {"capacitySectors": 1000, "healthQuirks": true}}]})");
+  auto protocol = scsiProtocol<ScsiProtocol>(0);
+  StorageProtocolProperties properties;
+  ASSERT_EQ(protocol->getProperties(&properties), kStatusOk);
+  EXPECT_TRUE(properties.smartSupported);
+  uint8_t healthy = 0;
+  EXPECT_EQ(healthQuery(*protocol, "sas", &healthy), (std::vector<uint8_t>{kLogSenseOpcode, kRequestSenseOpcode}));
+  EXPECT_EQ(healthy, 1);
+  EXPECT_EQ(runSmartStatus(std::move(protocol), kBusScsi), SUCCESS);
+  EXPECT_TRUE(events.empty());
+  EXPECT_TRUE(lines.empty());
+}
+
+TEST_F(SimulatedMachine, SasTargetWithHealthQuirksFailsThroughTheLogRouteOnAsc5D) {
+  installJson(R"({"disks": [{"name": "sas", "kind": "scsi", "bus": "sas",
+      "profile": {"capacitySectors": 1000, "healthQuirks": true, "failurePredicted": true}}]})");
+  auto protocol = scsiProtocol<ScsiProtocol>(0);
+  uint8_t healthy = 1;
+  // The log page's 0x5D decides; the sense route is not asked.
+  EXPECT_EQ(healthQuery(*protocol, "sas", &healthy), (std::vector<uint8_t>{kLogSenseOpcode}));
+  EXPECT_EQ(healthy, 0);
+  EXPECT_EQ(runSmartStatus(std::move(protocol), kBusScsi), FAILED);
+  EXPECT_TRUE(events.empty());
+  EXPECT_TRUE(lines.empty());
+}
+
+TEST_F(SimulatedMachine, NvmeTranslationWithHealthQuirksIsHealthyThroughTheSenseRoute) {
+  installJson(R"({"disks": [{"name": "nvme", "kind": "nvme", "profile": {"capacitySectors": 1000,
+      "healthQuirks": true}}]})");
+  auto protocol = scsiProtocol<NvmeScsiProtocol>(0);
+  uint8_t healthy = 0;
+  EXPECT_EQ(healthQuery(*protocol, "nvme", &healthy), (std::vector<uint8_t>{kRequestSenseOpcode}));
+  EXPECT_EQ(healthy, 1);
+  EXPECT_EQ(runSmartStatus(std::move(protocol), kBusNvme), SUCCESS);
+  EXPECT_TRUE(events.empty());
+}
+
+TEST_F(SimulatedMachine, NvmeTranslationWithHealthQuirksFailsThroughTheSenseRouteOnAscD5) {
+  installJson(R"({"disks": [{"name": "nvme", "kind": "nvme", "profile": {"capacitySectors": 1000,
+      "healthQuirks": true, "health": {"criticalWarning": 1}}}]})");
+  auto protocol = scsiProtocol<NvmeScsiProtocol>(0);
+  uint8_t healthy = 1;
+  // The sense data's vendor ASC 0xD5 decides; the log route is not asked.
+  EXPECT_EQ(healthQuery(*protocol, "nvme", &healthy), (std::vector<uint8_t>{kRequestSenseOpcode}));
+  EXPECT_EQ(healthy, 0);
+  EXPECT_EQ(runSmartStatus(std::move(protocol), kBusNvme), FAILED);
+  EXPECT_TRUE(events.empty());
+  EXPECT_TRUE(lines.empty());
+}
+
+// The same failing SAS target reached through its sense route alone: the
+// NVMe order asks the sense first, and the 0xD5 there is the verdict.
+TEST_F(SimulatedMachine, SasTargetWithHealthQuirksAskedSenseFirstFailsOnAscD5) {
+  installJson(R"({"disks": [{"name": "sas", "kind": "scsi", "bus": "sas",
+      "profile": {"capacitySectors": 1000, "healthQuirks": true, "failurePredicted": true}}]})");
+  auto protocol = scsiProtocol<NvmeScsiProtocol>(0);
+  uint8_t healthy = 1;
+  EXPECT_EQ(healthQuery(*protocol, "sas", &healthy), (std::vector<uint8_t>{kRequestSenseOpcode}));
+  EXPECT_EQ(healthy, 0);
 }
 
 }  // namespace

@@ -319,6 +319,25 @@ TEST_F(ScsiProtocolTest, LongLogPageIsAskedForAgainWithItsWholeLength) {
   EXPECT_EQ(bridge->sent[1].dataLength, 268u);
 }
 
+TEST_F(ScsiProtocolTest, ALongLogPageWhoseSecondReadIsNotGoodGivesNoVerdictAndTheSenseRouteDecides) {
+  std::vector<uint8_t> page = iecLog(0x5D);
+  page[2] = 0x01;  // page length 0x0108: 268 bytes with the header
+  page.resize(268, 0);
+  bridge->queue(withData(page));
+  ScsiAnswer refused = withData(page);
+  refused.scsiStatus = 0x02;  // CHECK CONDITION on the second read
+  bridge->queue(refused);
+  bridge->queue(withData(senseAnswer(kSenseNoSense, 0x00)));
+  uint8_t healthy = 7;
+  // The 0x5D of the first, short read is not taken: the log route failed, and
+  // the healthy answer of REQUEST SENSE stands.
+  EXPECT_EQ(protocol.getSmartStatus(&healthy), kStatusOk);
+  EXPECT_EQ(healthy, 1);
+  ASSERT_EQ(bridge->sent.size(), 3u);
+  EXPECT_EQ(bridge->sent[1].dataLength, 268u);
+  EXPECT_EQ(bridge->sent[2].cdb[0], kScsiRequestSense);
+}
+
 TEST_F(ScsiProtocolTest, ShortRequestSenseAfterAnUnusableLogPageFallsBackToThePlatform) {
   bridge->queue(withData({}));
   std::vector<uint8_t> shortSense = fixedSense(kSenseNoSense, 0x00);  // 18 bytes, not 252

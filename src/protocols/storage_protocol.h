@@ -104,6 +104,9 @@ class StorageProtocol {
     *out = cache;
     return kStatusOk;
   }
+  // The cached logical sector size alone: what a read needs of the cache,
+  // without copying its strings and lists on every sector.
+  uint32_t getCachedLogicalSectorSize() const { return cache.logicalSectorSize; }
   // Asks the operating system's failure prediction for the device behind
   // getHandle(): healthy 1 when the drive predicts no failure, 0 when it
   // does. 34 when the call fails, 2 for a null `healthy`. The protocols fall

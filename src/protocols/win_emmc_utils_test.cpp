@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "protocols/emmc_protocol.h"
 #include "testing/recording_host.h"
 #include "testing/simulated_pc.h"
 
@@ -56,6 +57,18 @@ class WinEmmcUtilsTest : public mstest::SimulatedPcTest {
  protected:
   WinEmmcUtils utils;
 };
+
+TEST(GetEmmcUtils, HandsOutOneObjectForTheLifeOfTheProcess) {
+  EmmcUtils* first = getEmmcUtils();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(getEmmcUtils(), first);
+  EXPECT_NE(dynamic_cast<WinEmmcUtils*>(first), nullptr);
+  // Every protocol made without utils of its own shares it.
+  EmmcProtocol a(nullptr, "a");
+  EmmcProtocol b(nullptr, "b");
+  EXPECT_EQ(a.getUtils(), first);
+  EXPECT_EQ(b.getUtils(), first);
+}
 
 TEST_F(WinEmmcUtilsTest, GetGeometryGivesTheDrivesSectorsAsFixedMedia) {
   installJson(machineOf({emmcDisk("emmc0", "4B2F9A")}));

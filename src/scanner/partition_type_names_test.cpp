@@ -3,14 +3,41 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <string>
+
+#include "scanner/partition_type_rows_expected.h"
+
 namespace {
 
 TEST(PartitionTypeNames, TablesHoldAllTheirRowsInOrder) {
-  EXPECT_EQ(gptTypeRows().size(), 73u);
-  EXPECT_EQ(mbrTypeRows().size(), 185u);
-  EXPECT_STREQ(gptTypeRows().front().name, "_M|B|R_PARTITION_SCHEME");
-  EXPECT_EQ(mbrTypeRows().front().type, 1);
-  EXPECT_EQ(mbrTypeRows().back().type, 255);
+  const size_t gptRows = sizeof(partition_rows::kGpt) / sizeof(partition_rows::kGpt[0]);
+  const size_t mbrRows = sizeof(partition_rows::kMbr) / sizeof(partition_rows::kMbr[0]);
+  ASSERT_EQ(gptRows, 73u);
+  ASSERT_EQ(mbrRows, 185u);
+  ASSERT_EQ(gptTypeRows().size(), gptRows);
+  ASSERT_EQ(mbrTypeRows().size(), mbrRows);
+  for (size_t i = 0; i < gptRows; ++i) {
+    EXPECT_STREQ(gptTypeRows()[i].guid, partition_rows::kGpt[i].key) << "GPT row " << i;
+    EXPECT_STREQ(gptTypeRows()[i].name, partition_rows::kGpt[i].name) << "GPT row " << i;
+  }
+  for (size_t i = 0; i < mbrRows; ++i) {
+    EXPECT_EQ(static_cast<int>(mbrTypeRows()[i].type), partition_rows::kMbr[i].type) << "MBR row " << i;
+    EXPECT_STREQ(mbrTypeRows()[i].name, partition_rows::kMbr[i].name) << "MBR row " << i;
+  }
+}
+
+TEST(PartitionTypeNames, EveryKeyLooksUpTheNameOfItsLastRow) {
+  PartitionTypeNames names;
+  std::map<std::string, std::string> lastGpt;
+  for (const partition_rows::GptRow& row : partition_rows::kGpt) lastGpt[row.key] = row.name;
+  for (const auto& entry : lastGpt) EXPECT_EQ(names.gptTypeName(entry.first), entry.second) << entry.first;
+  std::map<int, std::string> lastMbr;
+  for (const partition_rows::MbrRow& row : partition_rows::kMbr) lastMbr[row.type] = row.name;
+  for (int type = 0; type < 256; ++type) {
+    const auto it = lastMbr.find(type);
+    EXPECT_EQ(names.mbrTypeName(static_cast<uint8_t>(type)), it == lastMbr.end() ? "" : it->second) << type;
+  }
 }
 
 TEST(PartitionTypeNames, LaterRowOfADuplicatedGuidWins) {

@@ -28,10 +28,8 @@ class RecordingService : public DeviceService {
   std::vector<std::string> lastScanPaths() const override { return inner->lastScanPaths(); }
   uint32_t open(const std::string& path, HANDLE* out) override {
     opened.push_back(path);
-    if (refused.count(path) != 0) {
-      *out = nullptr;
-      return ERROR_ACCESS_DENIED;
-    }
+    // A refused open leaves the caller's handle as it was, as the service does.
+    if (refused.count(path) != 0) return ERROR_ACCESS_DENIED;
     return inner->open(path, out);
   }
   uint32_t lock(HANDLE handle) override {
@@ -41,6 +39,7 @@ class RecordingService : public DeviceService {
   uint32_t unlock(HANDLE handle) override { return inner->unlock(handle); }
   void close(HANDLE handle) override {
     ++closes;
+    closed.push_back(handle);
     inner->close(handle);
   }
 
@@ -50,6 +49,7 @@ class RecordingService : public DeviceService {
   int scans = 0;
   int locks = 0;
   int closes = 0;
+  std::vector<HANDLE> closed;  // every handle given to close, in order
   GUID interfaceGuid{};
   GUID classGuid{};
 };

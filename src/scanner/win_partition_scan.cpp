@@ -68,8 +68,10 @@ uint32_t WinStorageScanner::getPartitions(uint32_t disk, DiskPartitions* out, ui
   std::vector<uint8_t> layout(layoutBytes(entries), 0);
   uint32_t status = kScanOk;
   for (const std::string& path : pathsOf(disk)) {
-    HANDLE handle = nullptr;
-    if (deviceService->open(path, &handle) != 0) continue;
+    // Closed at the end of the path, or by an exception from a growing buffer.
+    ScopedDeviceHandle owner(deviceService);
+    if (owner.open(path) != 0) continue;
+    const HANDLE handle = owner.get();
     uint32_t pathStatus = kScanOk;
     out->diskNumber = 0;
     std::fill(layout.begin(), layout.end(), 0);
@@ -94,7 +96,7 @@ uint32_t WinStorageScanner::getPartitions(uint32_t disk, DiskPartitions* out, ui
         pathStatus = kScanControlCodeFailed;
       }
     }
-    deviceService->close(handle);
+    owner.reset();
     status = pathStatus;
     if (status == kScanOk) break;
   }

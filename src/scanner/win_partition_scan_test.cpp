@@ -193,6 +193,27 @@ TEST_F(WinPartitionScanTest, LayoutBufferGrowsUntilTheWholeLayoutFits) {
   EXPECT_EQ(scan.partitions.records.size(), 7u);
 }
 
+TEST_F(WinPartitionScanTest, LayoutBufferGrowsToAtMost65536EntriesAndThenGives34) {
+  // A disk whose layout query wants exactly the reply of 65,536 entries is
+  // read; one that wants a byte more is given up with 34, and the buffer
+  // stops growing there instead of doubling on.
+  const uint64_t mostBytes = 65536ull * 144 + 192;
+  for (const uint64_t wanted : {mostBytes, mostBytes + 1}) {
+    nlohmann::json description = nlohmann::json::parse(R"({"partitions": {"scheme": "mbr", "entries": [
+        {"type": 7, "startLba": 2048, "sectorCount": 8192}]}})");
+    description["layoutNeedsBytes"] = wanted;
+    const Scan scan = scanOf({description});
+    if (wanted == mostBytes) {
+      EXPECT_EQ(scan.status, 0u);
+      EXPECT_EQ(scan.partitions.records.size(), 1u);
+    } else {
+      EXPECT_EQ(scan.status, 34u);
+      EXPECT_TRUE(scan.partitions.records.empty());
+      EXPECT_EQ(scan.partitions.unallocatedBytes, kDiskBytes);
+    }
+  }
+}
+
 TEST_F(WinPartitionScanTest, VolumeWithTwoDriveLettersHasBothMountPoints) {
   const Scan scan = scanOf(R"({
       "partitions": {"scheme": "gpt", "entries": [
@@ -307,6 +328,42 @@ TEST_F(WinPartitionScanTest, EveryVolumeHandleOpenedForMatchingIsClosed) {
   ASSERT_EQ(get_device_scanner()->open("\\\\.\\C:", &volume), 0u);
   EXPECT_EQ(get_device_scanner()->lock(volume), 0u);
   get_device_scanner()->close(volume);
+}
+
+TEST_F(WinPartitionScanTest, ARootThatDoesNotOpenKeepsThePreviousRootsHandleWhichIsClosedTwice) {
+  sim::windows::testing::install({makeDisk("a", kSectors, std::make_shared<FakeAta>(), nullptr,
+                                           nlohmann::json::parse(R"({
+      "partitions": {"scheme": "mbr", "entries": [
+        {"type": 7, "startLba": 2048, "sectorCount": 8192}, {"type": 7, "startLba": 10240, "sectorCount": 8192}]},
+      "volumes": [{"partition": 1, "letter": "C"}, {"partition": 2, "letter": "D"}]})"))});
+  TestScanner scanner;
+  DiskMap map;
+  ASSERT_EQ(scanner.scanDevices(map), 0u);
+  scanner.recorder.refused.insert("\\\\.\\D:");
+  scanner.recorder.opened.clear();
+  scanner.recorder.closed.clear();
+  DiskPartitions partitions;
+  ASSERT_EQ(scanner.getPartitions(0, &partitions, kDiskBytes), 0u);
+  EXPECT_EQ(scanner.recorder.opened, (std::vector<std::string>{map[0][0], "\\\\.\\C:", "\\\\.\\D:"}));
+  // D: kept C:'s handle: the walk closes that handle once for each root, and
+  // then the disk's own handle.
+  ASSERT_EQ(scanner.recorder.closed.size(), 3u);
+  EXPECT_NE(scanner.recorder.closed[0], nullptr);
+  EXPECT_EQ(scanner.recorder.closed[1], scanner.recorder.closed[0]);
+  EXPECT_NE(scanner.recorder.closed[2], scanner.recorder.closed[0]);
+  // The second use of the handle comes after its first close, so the root
+  // that did not open is matched to nothing: no spurious mount point.
+  ASSERT_EQ(partitions.records.size(), 2u);
+  EXPECT_EQ(partitions.records[0].mountPoints, std::vector<std::string>{"C:\\"});
+  EXPECT_TRUE(partitions.records[1].mountPoints.empty());
+  EXPECT_TRUE(partitions.records[1].label.empty());
+  // The second close did no harm: both volumes open and lock afterwards.
+  for (const char* path : {"\\\\.\\C:", "\\\\.\\D:"}) {
+    HANDLE volume = nullptr;
+    ASSERT_EQ(get_device_scanner()->open(path, &volume), 0u) << path;
+    EXPECT_EQ(get_device_scanner()->lock(volume), 0u) << path;
+    get_device_scanner()->close(volume);
+  }
 }
 
 TEST_F(WinPartitionScanTest, LayoutRefusedForAnotherReasonGivesStatus34AndAllUnallocated) {

@@ -273,6 +273,21 @@ TEST_F(WinStorageScannerTest, QueryDescriptorRefusesABufferBelowTheRecord) {
   EXPECT_EQ(bus, 11u);
 }
 
+TEST_F(WinStorageScannerTest, ADescriptorOfMoreThan64KiBIsRefusedWithoutAskingTheDevice) {
+  sim::windows::testing::install({makeDisk("a", 4096, std::make_shared<FakeAta>(), nullptr)});
+  TestScanner scanner;
+  DiskMap disks;
+  ASSERT_EQ(scanner.scanDevices(disks), 0u);
+  scanner.recorder.opened.clear();
+  std::vector<uint8_t> descriptor(64 * 1024 + 1, 0xEE);
+  EXPECT_EQ(scanner.queryDescriptor(0, descriptor.data(), descriptor.size()), 1u);
+  EXPECT_TRUE(scanner.recorder.opened.empty()) << "refused before any path is opened";
+  EXPECT_EQ(descriptor.back(), 0xEE) << "the buffer is not touched";
+  // 64 KiB itself is asked for.
+  EXPECT_EQ(scanner.queryDescriptor(0, descriptor.data(), 64 * 1024), 0u);
+  EXPECT_FALSE(scanner.recorder.opened.empty());
+}
+
 TEST_F(WinStorageScannerTest, QueryDescriptorSizeFailsWhenNoPathOpens) {
   TestScanner scanner;
   scanner.map()[0] = {"\\\\.\\PhysicalDrive4"};
@@ -299,6 +314,59 @@ TEST_F(WinStorageScannerTest, HasIdeIdentifyGivesBitZeroOfTheCapabilities) {
   flag = 9;
   EXPECT_EQ(scanner.hasIdeIdentify(2, &flag), 1u) << "no ATA port answers";
   EXPECT_EQ(flag, 0);
+}
+
+TEST_F(WinStorageScannerTest, HasIdeIdentifyTakesAFailedCallThatFilledTheWholeReplyAsAnAnswer) {
+  sim::windows::testing::install({diskOn(11, "", "ST1000DM003", true, nlohmann::json::parse(
+                                             R"({"smartGetVersion": {"capabilities": 5, "failsWithReply": true}})")),
+                                  diskOn(11, "", "ST1000DM003", true, nlohmann::json::parse(
+                                             R"({"smartGetVersion": {"capabilities": 4, "failsWithReply": true}})"))});
+  TestScanner scanner;
+  DiskMap disks;
+  ASSERT_EQ(scanner.scanDevices(disks), 0u);
+  uint8_t flag = 9;
+  EXPECT_EQ(scanner.hasIdeIdentify(0, &flag), 0u);
+  EXPECT_EQ(flag, 1);
+  flag = 9;
+  EXPECT_EQ(scanner.hasIdeIdentify(1, &flag), 0u);
+  EXPECT_EQ(flag, 0);
+  // So a RAID-bus disk behind such a driver, not Intel's, is an ATA disk.
+  sim::windows::testing::install({diskOn(8, "ST", "ST1000DM003", true, nlohmann::json::parse(
+                                             R"({"smartGetVersion": {"capabilities": 1, "failsWithReply": true}})"))});
+  TestScanner again;
+  ASSERT_EQ(again.scanDevices(disks), 0u);
+  uint32_t kind = 99;
+  EXPECT_EQ(again.getBusKind(0, &kind), 0u);
+  EXPECT_EQ(kind, 0u);
+}
+
+// getLocation asks isRemovable on an SD or MMC bus; here that query fails.
+class ScannerWhoseRemovableQueryFails : public TestScanner {
+ public:
+  uint32_t isRemovable(uint32_t, uint8_t*) override { return 1; }
+};
+
+TEST_F(WinStorageScannerTest, SdOrMmcWhoseRemovableQueryFailsIsExternalAndOfUnknownKind) {
+  for (uint32_t bus : {12u, 13u}) {
+    sim::windows::testing::install({diskOn(bus, "", "SD64G", false)});
+    ScannerWhoseRemovableQueryFails scanner;
+    DiskMap disks;
+    ASSERT_EQ(scanner.scanDevices(disks), 0u);
+    uint32_t location = 99;
+    uint32_t kind = 99;
+    EXPECT_EQ(scanner.getLocation(0, &location), 0u) << bus;
+    EXPECT_EQ(location, 2u) << bus;
+    EXPECT_EQ(scanner.getBusKind(0, &kind), 0u) << bus;
+    EXPECT_EQ(kind, 4u) << bus;
+  }
+}
+
+TEST_F(WinStorageScannerTest, SdWithFixedMediaIsEmmcAndInternal) {
+  sim::Disk disk = diskOn(12, "", "SDFIXED", false);
+  disk.scsi = nullptr;
+  const Attachment a = attachmentOf(std::move(disk));
+  EXPECT_EQ(a.kind, 5u);
+  EXPECT_EQ(a.location, 1u);
 }
 
 TEST_F(WinStorageScannerTest, DeviceNumberTextIsTheDecimalDeviceNumber) {

@@ -55,12 +55,50 @@ class DeviceScanner {
   virtual uint32_t friendlyName(const std::string& path, std::string* out) = 0;
   // The scanned paths, in the order of the last scan.
   virtual std::vector<std::string> lastScanPaths() const = 0;
-  // Opens a device path for commands (read and write, shared).
+  // Opens a device path for commands (read and write, shared): 0 and the
+  // handle in `out`, or the platform's error with `out` left as it was.
   virtual uint32_t open(const std::string& path, HANDLE* out) = 0;
   // Takes exclusive use of a volume (FSCTL_LOCK_VOLUME) and gives it back.
   virtual uint32_t lock(HANDLE handle) = 0;
   virtual uint32_t unlock(HANDLE handle) = 0;
   virtual void close(HANDLE handle) = 0;
+};
+
+// Owns a handle the service opened, and closes it through the service when it
+// goes out of scope, on every way out (an exception included), unless
+// release() has handed it on. An owner that holds nothing closes nothing.
+class ScopedDeviceHandle {
+ public:
+  explicit ScopedDeviceHandle(DeviceScanner* service) : service_(service) {}
+  ~ScopedDeviceHandle() { reset(); }
+  ScopedDeviceHandle(const ScopedDeviceHandle&) = delete;
+  ScopedDeviceHandle& operator=(const ScopedDeviceHandle&) = delete;
+  ScopedDeviceHandle(ScopedDeviceHandle&& other) noexcept : service_(other.service_), handle_(other.release()) {}
+
+  // Opens `path` through the service into this owner: the service's status.
+  // A failed open leaves the owner empty.
+  uint32_t open(const std::string& path) {
+    reset();
+    HANDLE opened = INVALID_HANDLE_VALUE;
+    const uint32_t status = service_ == nullptr ? ERROR_INVALID_HANDLE : service_->open(path, &opened);
+    if (status == 0) handle_ = opened;
+    return status;
+  }
+  HANDLE get() const { return handle_; }
+  // The handle is the caller's from now on.
+  HANDLE release() {
+    const HANDLE handle = handle_;
+    handle_ = INVALID_HANDLE_VALUE;
+    return handle;
+  }
+  void reset() {
+    if (service_ != nullptr && handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE) service_->close(handle_);
+    handle_ = INVALID_HANDLE_VALUE;
+  }
+
+ private:
+  DeviceScanner* service_;
+  HANDLE handle_ = INVALID_HANDLE_VALUE;
 };
 
 // The process-wide service, created on first use; release does nothing but

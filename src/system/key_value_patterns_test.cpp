@@ -10,7 +10,9 @@ TEST(KeyValuePatterns, EachOfTheSeventeenIsValid) {
     const QRegularExpression& pattern = keyValuePattern(i);
     EXPECT_TRUE(pattern.isValid()) << "pattern " << i << ": " << pattern.errorString().toStdString();
     EXPECT_FALSE(pattern.pattern().isEmpty()) << "pattern " << i;
-    EXPECT_EQ(pattern.patternOptions(), QRegularExpression::NoPatternOption) << "pattern " << i;
+    // Case-sensitive; Unicode properties on, so that \w, \d and \s mean what
+    // they mean in the syntax the format is written in.
+    EXPECT_EQ(pattern.patternOptions(), QRegularExpression::UseUnicodePropertiesOption) << "pattern " << i;
   }
 }
 

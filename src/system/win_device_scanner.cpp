@@ -83,13 +83,15 @@ uint32_t WinDeviceScanner::friendlyName(const std::string& path, std::string* ou
 uint32_t WinDeviceScanner::open(const std::string& path, HANDLE* out) {
   if (out == nullptr) return ERROR_INVALID_PARAMETER;
   const Win32WideString wide = utf8ToWide(path.c_str());
-  *out = CreateFileW(wide.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                     OPEN_EXISTING, 0, nullptr);
-  if (*out == INVALID_HANDLE_VALUE) {
+  const HANDLE opened = CreateFileW(wide.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                    nullptr, OPEN_EXISTING, 0, nullptr);
+  if (opened == INVALID_HANDLE_VALUE) {
+    // A failed open leaves the caller's handle as it was: the volume walk of
+    // the partition scan relies on that (it keeps the previous root's handle).
     const DWORD error = GetLastError();
-    *out = nullptr;
     return error != 0 ? error : ERROR_INVALID_HANDLE;
   }
+  *out = opened;
   return 0;
 }
 

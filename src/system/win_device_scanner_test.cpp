@@ -87,4 +87,23 @@ TEST_F(WinDeviceScannerTest, LockTakesAVolumeAndAFailedOpenGivesTheError) {
   EXPECT_EQ(missing, nullptr);
 }
 
+TEST_F(WinDeviceScannerTest, AFailedOpenLeavesTheCallersHandleAsItWas) {
+  sim::windows::testing::install({makeDisk("a", 65536, std::make_shared<FakeAta>(), nullptr, nlohmann::json::parse(R"({
+    "partitions": {"scheme": "mbr", "entries": [{"type": 7, "startLba": 2048, "sectorCount": 8192}]},
+    "volumes": [{"partition": 1, "letter": "C"}]})"))});
+  DeviceScanner* scanner = get_device_scanner();
+  HANDLE handle = nullptr;
+  ASSERT_EQ(scanner->open("\\\\.\\C:", &handle), 0u);
+  ASSERT_NE(handle, nullptr);
+  const HANDLE previous = handle;
+  // The volume walk of the partition scan keeps the previous root's handle
+  // when the next root does not open.
+  EXPECT_EQ(scanner->open("\\\\.\\Q:", &handle), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(handle, previous);
+  HANDLE minusOne = INVALID_HANDLE_VALUE;
+  EXPECT_NE(scanner->open("\\\\.\\Q:", &minusOne), 0u);
+  EXPECT_EQ(minusOne, INVALID_HANDLE_VALUE);
+  scanner->close(previous);
+}
+
 }  // namespace

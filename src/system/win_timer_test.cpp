@@ -1,6 +1,7 @@
 // The timer on the simulated PC: ticks are the virtual clock's milliseconds,
-// a sleep moves that clock and takes no real time, and elapsed times survive
-// one wrap of the 32-bit counter.
+// each read of them costs the machine's tick-read slice (1 ms here), a sleep
+// moves that clock and takes no real time, and elapsed times survive one wrap
+// of the 32-bit counter.
 #include "system/win_timer.h"
 
 #include <gtest/gtest.h>
@@ -46,30 +47,35 @@ TEST_F(TimerOnSimulatedMachine, GetTicksReadsTheVirtualClock) {
   clock().advanceTo(1234);
   EXPECT_EQ(timer.getTicks(), 1234u);
   clock().advanceMs(600000);
-  EXPECT_EQ(timer.getTicks(), 601234u);
+  // 600 s later, plus the millisecond the first read cost.
+  EXPECT_EQ(timer.getTicks(), 601235u);
 }
 
 TEST_F(TimerOnSimulatedMachine, TicksWrapAfterThirtyTwoBitsOfMilliseconds) {
   clock().advanceTo((uint64_t{1} << 32) - 256);
   const uint32_t before = timer.getTicks();
   EXPECT_EQ(before, 0xFFFFFF00u);
-  clock().advanceMs(512);
+  clock().advanceMs(511);  // with the read's own millisecond, 512 in all
   const uint32_t after = timer.getTicks();
   EXPECT_EQ(after, 0x100u);
   EXPECT_DOUBLE_EQ(timer.elapsedSeconds(before, after), 0.512);
 }
 
 TEST_F(TimerOnSimulatedMachine, SleepMovesTheVirtualClockByItsMilliseconds) {
-  const uint32_t start = timer.getTicks();
+  clock().advanceTo(1000);
   timer.sleep(2500);
-  EXPECT_EQ(timer.getTicks() - start, 2500u);
-  EXPECT_DOUBLE_EQ(timer.elapsedSeconds(start, timer.getTicks()), 2.5);
+  EXPECT_EQ(clock().nowMs(), 3500u);
+  EXPECT_EQ(timer.getTicks(), 3500u);
 }
 
-TEST_F(TimerOnSimulatedMachine, TakingTicksDoesNotMoveTheClock) {
+TEST_F(TimerOnSimulatedMachine, EachReadOfTheTicksCostsAMillisecondOfVirtualTime) {
   clock().advanceTo(5000);
-  for (int i = 0; i < 100; ++i) timer.getTicks();
-  EXPECT_EQ(clock().nowMs(), 5000u);
+  const uint32_t start = timer.getTicks();
+  for (int i = 0; i < 99; ++i) timer.getTicks();
+  EXPECT_EQ(start, 5000u);
+  EXPECT_EQ(clock().nowMs(), 5100u);
+  // So a loop that only reads the timer still sees time pass.
+  EXPECT_DOUBLE_EQ(timer.elapsedSeconds(start, timer.getTicks()), 0.1);
 }
 
 TEST(WinTimerTest, ClearTimeSetsZeroAndIsTimeClearSeesIt) {

@@ -28,6 +28,22 @@ constexpr uint32_t kQuestionNumberB = 1;
 
 constexpr size_t kPartitionTableStride = 4;  // name, secondField, mountPath, "T"/"F"
 
+// Gives a device's volumes back when it goes out of scope: after a repair,
+// however the repair ended (a host handler that throws included). Volumes
+// that could not be taken are passed over by the remount itself.
+class VolumesBack {
+ public:
+  explicit VolumesBack(StorageComponent* component) : component_(component) {}
+  ~VolumesBack() {
+    if (component_ != nullptr) component_->remountVolumes();
+  }
+  VolumesBack(const VolumesBack&) = delete;
+  VolumesBack& operator=(const VolumesBack&) = delete;
+
+ private:
+  StorageComponent* component_;
+};
+
 }  // namespace
 
 RecoverBadSectors::RecoverBadSectors(const ItemId& itemId) : Tool(itemId), log(std::make_unique<RecoverLog>()) {
@@ -193,6 +209,7 @@ void RecoverBadSectors::runWholeDevice(DevicePlan& plan, StorageComponent* compo
   } else {
     // A repair writes under the file systems' feet: the volumes go first and
     // come back afterwards whatever happened.
+    const VolumesBack giveBack(component);
     if (component == nullptr || component->unmountVolumes() != 0) {
       status = kToolStatusDeviceUnusable;
       guardText = "Unable to unmount all partitions of the device";
@@ -200,7 +217,6 @@ void RecoverBadSectors::runWholeDevice(DevicePlan& plan, StorageComponent* compo
       status = currentOperation->run(plan, 0);
       ran = true;
     }
-    if (component != nullptr) component->remountVolumes();
   }
 
   scratchValues.push_back(std::to_string(status));

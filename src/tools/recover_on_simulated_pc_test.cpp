@@ -119,6 +119,21 @@ TEST_F(RecoverOnSimulatedPc, ScanFindsExactlyTheUnreadableSectorsAndWritesNothin
   EXPECT_NE(log.find("BAD_SECTOR_TOOL_FINISHED SCAN_TOOL\n<<< LOG\n"), std::string::npos);
 }
 
+TEST_F(RecoverOnSimulatedPc, AHostHandlerThatThrowsDuringARepairStillGetsTheVolumesBack) {
+  ASSERT_TRUE(start(smallMachine("300, 861")));
+  struct HostFailure {};
+  // The host's progress handler throws while the volumes are taken.
+  sink.handlers["OnProgress"] = [](Tool*, std::string) { throw HostFailure(); };
+  tool->setValues("Operation", {"repair"});
+  EXPECT_THROW(tool->execute(), HostFailure);
+  for (const PartitionRecord& record : disk(0)->getPartitions()->records) {
+    EXPECT_EQ(record.unmountHandle, nullptr) << record.index;
+    EXPECT_EQ(record.isUnmounted, 0) << record.index;
+  }
+  EXPECT_TRUE(volumeIsMounted("E"));
+  EXPECT_TRUE(volumeIsMounted("F"));
+}
+
 TEST_F(RecoverOnSimulatedPc, RepairRewritesExactlyTheBadSectorsAndGivesTheVolumesBack) {
   ASSERT_TRUE(start(smallMachine("300, 861")));
   machine->journal().clear();

@@ -45,6 +45,10 @@ bool ScanTool::deviceIsReady() {
   return isUsableForRead(device, &quietListener, &quietLog) && checkReadable(device, &quietListener, &quietLog);
 }
 
+uint64_t ScanTool::sectorInChunk(uint64_t reported, uint64_t first, uint64_t count) {
+  return reported < first || reported - first >= count ? first : reported;
+}
+
 uint8_t ScanTool::percentOf(uint64_t position, uint64_t span) {
   const double percent = static_cast<double>(position) * 100.0 / static_cast<double>(span - 1);
   // The percent is truncated to a 32-bit integer and kept to 8 bits. With no
@@ -82,6 +86,12 @@ uint32_t ScanTool::run(DevicePlan&, int) {
   reportProgress("0");
   logText += "BAD_SECTOR_TOOL_STARTED " + name + "\n";
 
+  // One buffer for the whole walk: a chunk's buffer made afresh each time is
+  // handed back to the system and faulted in again by the next read, which
+  // costs a scan of a cached disk about a third of its speed.
+  std::vector<uint8_t> buffer(kChunkSectors * bytesPerSector);
+  std::vector<uint8_t> single(bytesPerSector);
+
   while (lba < total) {
     if (ownerAbortRequested()) {
       abort();
@@ -96,11 +106,7 @@ uint32_t ScanTool::run(DevicePlan&, int) {
     // A failed read names a sector of the chunk; starting from the chunk's
     // own first sector keeps the walk moving whatever the read reports.
     uint64_t badLba = lba;
-    uint32_t result;
-    {
-      std::vector<uint8_t> buffer(chunk * bytesPerSector);
-      result = readWithFallback(protocol, lba, chunk, &badLba, chunkReadTimeout, buffer.data(), true);
-    }
+    const uint32_t result = readWithFallback(protocol, lba, chunk, &badLba, chunkReadTimeout, buffer.data(), true);
     if (result == 0) {
       addToCounter(kCounterSectorsRead, chunk);
       lba += chunk;
@@ -113,11 +119,10 @@ uint32_t ScanTool::run(DevicePlan&, int) {
         abort();
         return kToolStatusDeviceUnusable;
       }
-      if (badLba < lba || badLba >= lba + chunk) badLba = lba;
+      badLba = sectorInChunk(badLba, lba, chunk);
       if (aborted == 0) {
         // The long second chance: a sector is bad only when it fails with a
         // media error twice. Any other second failure passes it over.
-        std::vector<uint8_t> single(bytesPerSector);
         const uint32_t again =
             readWithFallback(protocol, badLba, 1, &badLba, singleReadTimeout, single.data(), false);
         if (result == kStatusMediaError && again == kStatusMediaError) handleBadSector(badLba, status);

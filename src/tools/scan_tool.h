@@ -43,6 +43,13 @@ class ScanTool : public RecoverBadSectorsOperation {
   virtual void onProgress(uint8_t percent);
   virtual void addToCounter(int index, int delta);
 
+  // The sector a failed chunk of `count` sectors from `first` resumes from:
+  // `reported` when it lies in the chunk, otherwise the chunk's first sector.
+  // The raw read's value mixes a sector count with a byte offset; left to
+  // steer, it could send the walk backwards (for ever) or far past sectors
+  // it never read.
+  static uint64_t sectorInChunk(uint64_t reported, uint64_t first, uint64_t count);
+
  protected:
   ScanTool(Tool* owner, std::string operationName);
   // Allocates the counters if need be and zeroes them.

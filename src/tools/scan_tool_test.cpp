@@ -108,6 +108,19 @@ TEST_F(ScanWalk, SectorCountNoMultipleOf255ShrinksTheLastChunkAndStopsExactlyAtT
   EXPECT_EQ(sink.progress(), (List{"0", "42", "85", "100"}));
 }
 
+TEST(ScanWalkResume, AReportedSectorOutsideTheFailedChunkResumesFromTheChunksFirstSector) {
+  // Chunk 255..509.
+  EXPECT_EQ(ScanTool::sectorInChunk(300, 255, 255), 300u);
+  EXPECT_EQ(ScanTool::sectorInChunk(255, 255, 255), 255u);
+  EXPECT_EQ(ScanTool::sectorInChunk(509, 255, 255), 509u);
+  EXPECT_EQ(ScanTool::sectorInChunk(510, 255, 255), 255u) << "one past the chunk";
+  EXPECT_EQ(ScanTool::sectorInChunk(254, 255, 255), 255u) << "behind the chunk: the walk would go back";
+  EXPECT_EQ(ScanTool::sectorInChunk(0, 255, 255), 255u);
+  // The raw read's mixed value: 45 sectors read plus the byte offset 255 x 512.
+  EXPECT_EQ(ScanTool::sectorInChunk(45 + 255 * 512, 255, 255), 255u);
+  EXPECT_EQ(ScanTool::sectorInChunk(UINT64_MAX, UINT64_MAX - 1, 255), UINT64_MAX) << "no wrap at the top";
+}
+
 TEST_F(ScanWalk, ProgressIsStoredInTheOwnerAndFiredWithIt) {
   useDevice(600);
   ScanTool scan(&owner);

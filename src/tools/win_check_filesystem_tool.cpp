@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "system/scoped_handle.h"
 #include "system/wide_text.h"
 #include "system/win_cim.h"
 #include "tools/tool_status.h"
@@ -77,9 +78,11 @@ uint32_t WinCheckFilesystemTool::runCheck(std::string mountPath) {
   SECURITY_ATTRIBUTES security{};
   security.nLength = sizeof(security);
   security.bInheritHandle = TRUE;
-  HANDLE readEnd = nullptr;
-  HANDLE writeEnd = nullptr;
-  if (!CreatePipe(&readEnd, &writeEnd, &security, 0)) return kToolStatusCannotStart;
+  // Every handle of the run is held by an owner, so that a host handler that
+  // throws during the run leaves nothing open.
+  ScopedHandle readEnd;
+  ScopedHandle writeEnd;
+  if (!CreatePipe(readEnd.put(), writeEnd.put(), &security, 0)) return kToolStatusCannotStart;
 
   mountPath = shortenMountPath(mountPath);
   const std::string command = chkdskPath + " " + mountPath + " /F";
@@ -90,20 +93,20 @@ uint32_t WinCheckFilesystemTool::runCheck(std::string mountPath) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = readEnd;
-  startup.hStdOutput = writeEnd;
-  startup.hStdError = writeEnd;
+  startup.hStdInput = readEnd.get();
+  startup.hStdOutput = writeEnd.get();
+  startup.hStdError = writeEnd.get();
   PROCESS_INFORMATION child{};
   if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, kCheckerCreationFlags, nullptr, nullptr,
                       &startup, &child)) {
-    CloseHandle(readEnd);
-    CloseHandle(writeEnd);
-    return kToolStatusCannotStart;
+    return kToolStatusCannotStart;  // both pipe ends close here
   }
+  ScopedHandle childProcess(child.hProcess);
+  ScopedHandle childThread(child.hThread);
 
   Sleep(kPipeSettleMs);
   // Only the child writes from now on, so the pipe breaks when it ends.
-  CloseHandle(writeEnd);
+  writeEnd.reset();
 
   int lastPercent = 0;
   uint32_t lineCount = 0;
@@ -118,7 +121,7 @@ uint32_t WinCheckFilesystemTool::runCheck(std::string mountPath) {
 
     char byte = 0;
     DWORD got = 0;
-    lastReadGaveByte = ReadFile(readEnd, &byte, 1, &got, nullptr) && got == 1;
+    lastReadGaveByte = ReadFile(readEnd.get(), &byte, 1, &got, nullptr) && got == 1;
     if (!lastReadGaveByte) continue;
     line += byte;
     if (byte != '\n' && byte != '\r') continue;
@@ -140,11 +143,11 @@ uint32_t WinCheckFilesystemTool::runCheck(std::string mountPath) {
     line.clear();
   }
 
-  CloseHandle(readEnd);
+  readEnd.reset();
   DWORD exitCode = STILL_ACTIVE;
   GetExitCodeProcess(child.hProcess, &exitCode);
-  CloseHandle(child.hThread);
-  CloseHandle(child.hProcess);
+  childThread.reset();
+  childProcess.reset();
 
   uint32_t status = kToolStatusCannotStart;
   if (exitCode == kCheckerCleanExit) {

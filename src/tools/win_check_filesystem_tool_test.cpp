@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "sim/windows/face_state.h"
 #include "sim/windows/wmi.h"
 #include "testing/simulated_pc.h"
 #include "tools/recover_bad_sectors.h"
@@ -132,6 +133,16 @@ TEST_F(CheckFilesystemTest, ACrLfLineCountsTwiceTowardsTheGuard) {
   // a thousand to the guard.
   installWithChecker(talk(500, "\r\n") + talk(10, "\r\n"), 0);
   EXPECT_EQ(check("D:\\"), kToolStatusCannotStart);
+}
+
+TEST_F(CheckFilesystemTest, AHostHandlerThatThrowsDuringTheCheckLeavesNoHandleOpen) {
+  installWithChecker("12 percent complete.\r\n" + talk(3, "\r\n"), 0);
+  const size_t before = sim::windows::Face::instance().objects().size();
+  struct HostFailure {};
+  sink.handlers["OnProgress"] = [](Tool*, std::string) { throw HostFailure(); };
+  EXPECT_THROW(check("D:\\"), HostFailure);
+  // The pipe's ends and the child's process and thread handles are closed.
+  EXPECT_EQ(sim::windows::Face::instance().objects().size(), before);
 }
 
 TEST_F(CheckFilesystemTest, ACheckerThatHasShownAPercentMayTalkOnForEver) {

@@ -113,8 +113,10 @@ uint32_t CsmiRaidComponent::query(CsmiCmd& cmd) {
 }
 
 uint32_t CsmiRaidComponent::discover(RaidControllerInfo& out) {
+  // The record is filled field by field and never cleared: a failure part
+  // way leaves what was there, so the component's own record keeps the
+  // model it was made with, and a later call still names the controller.
   const std::string model = info.model;
-  out = RaidControllerInfo();
   CsmiGetCntrlConfig config;
   uint32_t status = query(config);
   if (status != kStatusOk) return status;

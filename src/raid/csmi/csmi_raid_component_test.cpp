@@ -202,6 +202,34 @@ TEST_F(CsmiComponentTest, DiscoverGivesTheSendStatusOr66ForARefusal) {
   EXPECT_EQ(info.numLogicalDevices, -1);
 }
 
+TEST_F(CsmiComponentTest, AControllerWhoseDescribeFailsHasNoIdentityAndTheNextDescribeNamesIt) {
+  phys = {endDevicePhy(0, CSMI_SAS_PROTOCOL_SATA)};
+  identify[0] = identifyOf("ST1000DM003-1CH162", "CC43", 1953525168);
+  CsmiRaidComponent c(adapterHandle(), "Intel(R) Desktop RAID", "2822");
+  // The controller's configuration can't be read: no name, no UDI, no
+  // controller facts; the drive walk still runs and gives its section.
+  driver.failIoctl[CC_CSMI_SAS_GET_CNTLR_CONFIG] = 1;
+  EXPECT_EQ(c.describe(), 0u);
+  EXPECT_TRUE(c.getDescription().name.empty());
+  for (const DetailEntry& entry : c.getDetails()) {
+    EXPECT_NE(entry.key, "UDI");
+    EXPECT_NE(entry.key, "MODEL");
+  }
+  // The phy table can't be read either: describe gives that status.
+  driver.failIoctl[CC_CSMI_SAS_GET_CNTLR_CONFIG] = 1;
+  driver.failIoctl[CC_CSMI_SAS_GET_PHY_INFO] = 1;
+  EXPECT_EQ(c.describe(), 34u);
+  // Once the driver answers, the controller is named by the model it was
+  // made with, not by an empty one.
+  ASSERT_EQ(c.describe(), 0u);
+  EXPECT_EQ(c.getDescription().name, "Intel(R) Desktop RAID");
+  std::map<std::string, std::string> details;
+  for (const DetailEntry& entry : c.getDetails()) details[entry.key] = entry.value;
+  EXPECT_EQ(details["UDI"], "Intel(R)DesktopRAID-2822");
+  EXPECT_EQ(details["MODEL"], "Intel(R) Desktop RAID");
+  EXPECT_EQ(details["NUM_PHYSICAL_DEVICES"], "1");
+}
+
 TEST_F(CsmiComponentTest, DiscoverReportsTheDriveWalkStatusAndCountsNoDrivesThen) {
   driver.failIoctl[CC_CSMI_SAS_GET_PHY_INFO] = 1;
   CsmiRaidComponent c(adapterHandle(), "M", "1D02");

@@ -299,6 +299,37 @@ TEST_F(LsiComponentTest, AnIdentifyProbeThatReturnsZeroWithADataLengthOfZeroLeav
   delete out[0].firstProtocol;
 }
 
+TEST_F(LsiComponentTest, TheIdentifyProbeCountsOnlyWhenExactly512BytesCameBack) {
+  // A valid block without the integrity signature, so that a copy short of
+  // its last byte is still valid: only the reported length tells the cases
+  // apart.
+  mstest::AtaBlock identify;
+  identify.setWord(0, 0x0040).setString(27, 20, "ST1000DM003");
+  for (const uint32_t reported : {511u, 512u, 513u, 1024u}) {
+    drives = {{9, 0}};
+    interfaces[9] = 3;
+    library.handlers[{6, kLsiStpPassThrough}] = [&identify, reported](LsiCmd&, uint8_t* b) {
+      b[40 + 2] = 0x50;
+      putU32(b + 32, 20);
+      putU32(b + 36, reported);
+      std::memcpy(b + 60, identify.bytes.data(), 512);
+      return 0u;
+    };
+    LsiRaidComponent c(4, kControllerLsiStd, &library);
+    std::vector<RaidDrive> out;
+    ASSERT_EQ(c.getLogicalDevices(out), 0u) << reported;
+    ASSERT_EQ(out.size(), 1u) << reported;
+    EXPECT_NE(out[0].firstProtocol, nullptr) << reported;
+    if (reported == 512) {
+      EXPECT_NE(dynamic_cast<AtaProtocol*>(out[0].secondProtocol), nullptr) << reported;
+    } else {
+      EXPECT_EQ(out[0].secondProtocol, nullptr) << reported;
+    }
+    delete out[0].firstProtocol;
+    delete out[0].secondProtocol;
+  }
+}
+
 TEST_F(LsiComponentTest, WithoutDrivesOrWithAFailedListNoDeviceIsHandedOut) {
   LsiRaidComponent c(4, kControllerLsiStd, &library);
   std::vector<RaidDrive> out;
