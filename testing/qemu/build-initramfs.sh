@@ -64,7 +64,7 @@ copy_with_libraries "$build_dir/cli/hwc_cli" "$root/opt/hwc/hwc_cli"
 copy_with_libraries "$build_dir/libmodule_storage.so" "$root/opt/hwc/libmodule_storage.so"
 # Debug information only makes the initramfs slower to load.
 strip --strip-debug "$root/opt/hwc/hwc_cli" "$root/opt/hwc/libmodule_storage.so"
-for tool in smartctl sg_inq sg_vpd sg_logs sg_readcap nvme; do
+for tool in smartctl sg_inq sg_vpd sg_logs sg_readcap sg_raw nvme; do
   copy_with_libraries "$(command -v "$tool")" "$root/sbin/$tool"
 done
 # The dynamic loader where the programs look for it.

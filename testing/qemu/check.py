@@ -7,6 +7,7 @@ Prints one table per disk and every difference; exits 1 on any difference.
 """
 import argparse
 import json
+import os
 import re
 import sys
 
@@ -116,20 +117,61 @@ def match_hwc_devices(disks, listing):
     return [d for d in devices if not any(disk.hwc is d for disk in disks.values())]
 
 
-def compare_identity(disk):
+def grouped(digits):
+    """Hex digits in groups of four joined by '_', closed by '.'."""
+    return "_".join(digits[i:i + 4] for i in range(0, len(digits), 4)) + "."
+
+
+def nvme_as_translated(disk, found):
+    """What the module reads of an NVMe namespace through Windows' SCSI
+    translation, made from nvme-cli's Identify Controller and Identify
+    Namespace: INQUIRY's product (16 bytes) and revision (4 bytes) cut from
+    the model and firmware fields, and the unit serial number page's serial:
+    the NGUID or else the EUI64 in groups of four hex digits, or, without
+    either, the serial number, '_', the namespace id in eight hex digits and
+    '.'. Returns (model, serial, firmware, how), or None without nvme-cli's
+    answers."""
+    ctrl = load_json(found.get(f"nvme-id-ctrl {disk.kernel}", ("", 0))[0])
+    ns = load_json(found.get(f"nvme-id-ns {disk.kernel}", ("", 0))[0])
+    m = re.search(r"n(\d+)$", disk.kernel or "")
+    if not ctrl or not ns or not m:
+        return None
+    nguid = str(ns.get("nguid", "")).upper()
+    eui64 = str(ns.get("eui64", "")).upper()
+    if nguid.strip("0"):
+        serial, how = grouped(nguid), f"NGUID {nguid}"
+    elif eui64.strip("0"):
+        serial, how = grouped(eui64), f"EUI64 {eui64}"
+    else:
+        serial, how = f"{ctrl['sn'].strip()}_{int(m.group(1)):08X}.", f"sn {ctrl['sn'].strip()!r}, no EUI64 or NGUID"
+    return ctrl["mn"][:16].strip(), serial, ctrl["fr"][:4], how + f", fr {ctrl['fr'].strip()!r}"
+
+
+def compare_identity(disk, found):
     s = disk.smart or {}
     h = disk.hwc
     protocol = (s.get("device") or {}).get("protocol")
     if h is None:
         disk.row("listed by hwc_cli", None, disk.kernel, False, "hwc_cli does not list this disk")
         return
+    ref_serial, serial_note, firmware_note = s.get("serial_number"), "", ""
     if protocol == "SCSI":
         ref_model, ref_firmware = s.get("scsi_product"), s.get("scsi_revision")
     else:
         ref_model, ref_firmware = s.get("model_name"), s.get("firmware_version")
+    if protocol == "NVMe":
+        # The module reads an NVMe disk through the SCSI translation only:
+        # compare with what the translation makes of nvme-cli's Identify data.
+        translated = nvme_as_translated(disk, found)
+        if translated is None:
+            disk.row("NVMe identity", None, "nvme id-ctrl and id-ns", False, "nvme-cli gave no answer")
+        else:
+            ref_model, ref_serial, ref_firmware, how = translated
+            serial_note = f"translated: {how}"
+            firmware_note = "INQUIRY's four bytes of the firmware revision"
     disk.row("model", detail(h, "MODEL"), ref_model, detail(h, "MODEL") == ref_model)
-    disk.row("serial", detail(h, "SERIAL"), s.get("serial_number"), detail(h, "SERIAL") == s.get("serial_number"))
-    disk.row("firmware", detail(h, "FIRMWARE"), ref_firmware, detail(h, "FIRMWARE") == ref_firmware)
+    disk.row("serial", detail(h, "SERIAL"), ref_serial, detail(h, "SERIAL") == ref_serial, serial_note)
+    disk.row("firmware", detail(h, "FIRMWARE"), ref_firmware, detail(h, "FIRMWARE") == ref_firmware, firmware_note)
     blocks = (s.get("user_capacity") or {}).get("blocks")
     ours = leading_number(detail(h, "LOGICAL_SECTORS"))
     if protocol in ("SCSI", "NVMe") and blocks is not None and ours == blocks - 1:
@@ -184,6 +226,33 @@ def load_expected(path):
     return table
 
 
+def compare_health(disk, found, expected, index):
+    """The SMART verdict: the module's SMART status test against smartctl's
+    overall health. A test that gives no verdict (NOT_APPLICABLE, for the
+    reason the expected table states) contradicts nothing; a verdict must be
+    smartctl's."""
+    run = load_json(found.get(f"hwc-tests {index}", ("", None))[0]) or {}
+    result = next((r for r in run.get("results", []) if r.get("name") == "SMART_STATUS_TEST"), None)
+    passed = ((disk.smart or {}).get("smart_status") or {}).get("passed")
+    theirs = ABSENT if passed is None else "PASSED" if passed else "FAILED"
+    supported = ((disk.smart or {}).get("smart_support") or {}).get("available")
+    if supported is not None:
+        theirs += f" (SMART {'available' if supported else 'not available'})"
+    if result is None:
+        disk.row("SMART health", None, theirs, False, "no SMART status test in hwc_cli's run")
+        return
+    got = result.get("resultName")
+    if got == "SUCCESS":
+        disk.row("SMART health", "PASSED", theirs, passed is True)
+    elif got == "FAILED":
+        disk.row("SMART health", "FAILED", theirs, passed is False)
+    else:
+        want, reason = expected.get((disk.key, "SMART_STATUS_TEST"), (None, ""))
+        ok = want == got and bool(reason)
+        disk.row("SMART health", f"no verdict ({got})", theirs, ok,
+                 "see SMART_STATUS_TEST below" if ok else "the expected table gives no reason for it")
+
+
 def compare_tests(disk, found, expected, index):
     """Each test's result on this disk against the expected table; a
     NOT_APPLICABLE needs its reason written there, and a test the table does
@@ -224,22 +293,37 @@ def scanned_bad(run):
     return sorted(set(bad))
 
 
-def compare_repair(disk, found, index):
-    """The repair on the copy: it must find what the scan finds, rewrite them
-    and say so (exit 1: the disk had bad sectors). blkdebug keeps failing
-    reads of a rewritten sector, so the scan after it finds the same."""
-    if not disk.spec.get("repairable"):
+def compare_repair(disk, found, index, images):
+    """The repair on the copy of the disk with medium errors. The tool
+    repairs internal ATA disks only (its filterDevices offers no other), and
+    the copy is a SCSI disk: QEMU's AHCI disks answer injected errors with
+    ABRT, which the ATA protocol does not take for a medium error, so no disk
+    here could show a rewrite. What the run can show: hwc_cli refuses the
+    copy with exit 2 and the reason, nothing is rewritten, the scan after it
+    finds what the scan before it found, and the image holds no byte written
+    by anyone (it was created empty)."""
+    if disk.spec.get("repair") != "refused":
         return
-    repair = load_json(found.get(f"hwc-repair {index}", ("", 0))[0])
+    text, rc = found.get(f"hwc-repair {index}", ("", None))
+    repair = load_json(text)
     rescan = load_json(found.get(f"hwc-rescan {index}", ("", 0))[0])
-    status = repair.get("exitStatus") if repair else None
     before = load_json(found.get(f"hwc-scan {index}", ("", 0))[0])
     before = scanned_bad(before) if before else None
-    fixed = scanned_bad(repair) if repair else None
-    disk.row("repair: LBAs rewritten", fixed, before, fixed is not None and fixed == before)
-    disk.row("repair: exit status", status, 1, status == 1, "found and repaired is exit 1 (docs/TESTS.md)")
+    refused = "the tool repairs internal ATA disks only" in (text or "")
+    disk.row("repair: refused", f"exit {rc}" + (", internal ATA disks only" if refused else ""),
+             "exit 2, internal ATA disks only", rc == 2 and refused)
+    fixed = scanned_bad(repair) if repair else []
+    disk.row("repair: LBAs rewritten", fixed, [], fixed == [])
     after = scanned_bad(rescan) if rescan else None
     disk.row("scan after the repair", after, before, after is not None and after == before)
+    image = f"{images}/{disk.key}.img"
+    try:
+        with open(image, "rb") as f:
+            written = any(chunk.strip(b"\0") for chunk in iter(lambda: f.read(1 << 20), b""))
+    except OSError as error:
+        disk.row("image after the run", None, "all zeros", False, str(error))
+        return
+    disk.row("image after the run", "written" if written else "all zeros", "all zeros", not written)
 
 
 def compare_scan(disk, found, index, smart_log):
@@ -286,7 +370,7 @@ def main():
         if disk.kernel is None:
             problems.append(f"{disk.key}: the guest's kernel shows no disk with its serial")
             continue
-        compare_identity(disk)
+        compare_identity(disk, found)
 
     if args.expected:
         expected = load_expected(args.expected)
@@ -294,9 +378,10 @@ def main():
             if disk.kernel is None or disk.hwc is None:
                 continue
             index = disk.hwc.get("index")
+            compare_health(disk, found, expected, index)
             compare_tests(disk, found, expected, index)
             compare_scan(disk, found, index, None)
-            compare_repair(disk, found, index)
+            compare_repair(disk, found, index, os.path.dirname(os.path.abspath(args.disks)))
 
     for disk in disks.values():
         if disk.kernel is None:

@@ -93,6 +93,11 @@ for d in /sys/block/sd* /sys/block/nvme*n*; do
       section "sg_vpd-bdc $n" sg_vpd -p bdc $dev
       section "sg_readcap $n" sg_readcap -l $dev
       section "sg_logs $n" sg_logs -a $dev
+      # The module's own health CDBs, byte for byte: MODE SENSE(6) of the
+      # exceptions control page and LOG SENSE of the exceptions log page,
+      # both with the allocation length left at 0.
+      section "module-mode-sense $n" sg_raw -r 32 $dev 1a 08 1c 00 00 00
+      section "module-log-sense $n" sg_raw -r 252 $dev 4d 00 6f 00 00 00 00 00 00 00
       ;;
   esac
 done
@@ -122,9 +127,10 @@ if [ "$phase" != "identity" ]; then
     emit "hwc-scan $j"
     j=$((j + 1))
   done
-  # The repair, on the copy of the disk with medium errors only (its index
-  # found by its serial in the listing), then a second scan of that copy to
-  # see what the repair left.
+  # The repair, asked for the copy of the disk with medium errors only (its
+  # index found by its serial in the listing): the tool repairs internal ATA
+  # disks only, so hwc_cli must refuse it and write nothing; a second scan of
+  # the copy shows what is left.
   copy=$(awk -v serial="$(arg hwc.copy)" '
     /"key": "UDI"/ { n++ }
     index($0, "\"value\": \"" serial "\"") { print n - 1; exit }' /tmp/list.json)

@@ -53,7 +53,7 @@ cat > "$disks/disks.json" <<JSON
   "vscsi":     {"serial": "QMVSCSI0001", "vendor": "QMVENDOR", "model": "VSCSI PROVING", "bytes": $((size_mb << 20)), "rotation": 1},
   "usb":       {"serial": "QMUSB0001", "bytes": $((size_mb << 20))},
   "bad":       {"serial": "QMBAD0001", "vendor": "QMVENDOR", "model": "BLKDEBUG BAD", "bytes": $((size_mb << 20)), "badLbas": [${bad_lbas// /, }]},
-  "badcopy":   {"serial": "QMBAD0002", "vendor": "QMVENDOR", "model": "BLKDEBUG COPY", "bytes": $((size_mb << 20)), "badLbas": [${bad_lbas// /, }], "repairable": true},
+  "badcopy":   {"serial": "QMBAD0002", "vendor": "QMVENDOR", "model": "BLKDEBUG COPY", "bytes": $((size_mb << 20)), "badLbas": [${bad_lbas// /, }], "repair": "refused"},
   "sdebug":    {"vendor": "Linux", "model": "scsi_debug", "bytes": $((sdebug_mb << 20)), "badLbas": [$(seq -s ', ' $sdebug_bad $((sdebug_bad + sdebug_badcount - 1)))]}
 }
 JSON
