@@ -251,6 +251,14 @@ def compare_health(disk, found, expected, index):
         ok = want == got and bool(reason)
         disk.row("SMART health", f"no verdict ({got})", theirs, ok,
                  "see SMART_STATUS_TEST below" if ok else "the expected table gives no reason for it")
+        sent = found.get(f"module-mode-sense {disk.kernel}")
+        if supported and sent is not None:
+            # smartctl finds SMART on this SCSI disk: the module may find none
+            # only because the disk answers its MODE SENSE (allocation length
+            # 0, as the module sends it) with no data.
+            empty = "no data received" in sent[0].lower()
+            disk.row("module's MODE SENSE 1Ch", "no data" if empty else "data", "no data", empty,
+                     "allocation length 0: SMART is not found" if empty else "")
 
 
 def compare_tests(disk, found, expected, index):
