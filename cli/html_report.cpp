@@ -4,7 +4,11 @@
 // script at all, so there is nothing to fail in a browser's console.
 #include "html_report.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -65,7 +69,11 @@ std::string seconds(double value) {
 std::string utcText(uint64_t unixSeconds) {
   std::time_t when = static_cast<std::time_t>(unixSeconds);
   std::tm parts {};
+#ifdef _WIN32
+  if (gmtime_s(&parts, &when) != 0) return "";
+#else
   if (gmtime_r(&when, &parts) == nullptr) return "";
+#endif
   char buffer[64];
   std::strftime(buffer, sizeof(buffer), "%Y-%m-%d %H:%M:%S UTC", &parts);
   return buffer;
@@ -765,8 +773,18 @@ std::string htmlReport(const SessionFacts& session) {
   return page.str();
 }
 
+namespace {
+long currentProcessId() {
+#if defined(_WIN32)
+  return static_cast<long>(GetCurrentProcessId());
+#else
+  return static_cast<long>(getpid());
+#endif
+}
+}  // namespace
+
 bool writeFileAtomically(const std::string& path, const std::string& text, std::string& error) {
-  const std::string temporary = path + ".tmp-" + std::to_string(static_cast<long>(getpid()));
+  const std::string temporary = path + ".tmp-" + std::to_string(static_cast<long>(currentProcessId()));
   FILE* file = std::fopen(temporary.c_str(), "wb");
   if (file == nullptr) {
     error = std::strerror(errno);
@@ -780,8 +798,15 @@ bool writeFileAtomically(const std::string& path, const std::string& text, std::
     std::remove(temporary.c_str());
     return false;
   }
+#if defined(_WIN32)
+  // Windows' rename refuses an existing target; a second run replaces the
+  // previous report, as it does on Linux.
+  if (MoveFileExA(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING) == 0) {
+    error = "cannot replace the file (Windows error " + std::to_string(GetLastError()) + ")";
+#else
   if (std::rename(temporary.c_str(), path.c_str()) != 0) {
     error = std::strerror(errno);
+#endif
     std::remove(temporary.c_str());
     return false;
   }

@@ -303,10 +303,17 @@ int Session::run() {
   const char* namedMachine = std::getenv(kMachineVariable);
   const bool onHost = line_.disks.empty() && (namedMachine == nullptr || *namedMachine == '\0' ||
                                                std::string(namedMachine) == "host");
+#if defined(_WIN32)
+  // The Windows module reads the disks through the system alone: no
+  // simulated PC and no image files to point at.
+  const std::string noDevicesHint =
+      onHost ? " on this host (reading a disk's identity and health needs an administrator's rights)" : "";
+#else
   const std::string noDevicesHint =
       onHost ? " on this host (reading a disk needs root or the CAP_SYS_RAWIO capability; "
                "--machine default runs on the built-in simulated PC, --disk PATH tests a disk image)"
              : "";
+#endif
   outputs_.setManager(manager);
 
   nlohmann::json devices = nlohmann::json::array();

@@ -21,17 +21,26 @@
 namespace hwc {
 namespace {
 
+#if defined(_WIN32)
+// Windows folders have no search right to ask for, and both slashes separate.
+constexpr int kFolderAccess = W_OK;
+constexpr const char* kSeparators = "/\\";
+#else
+constexpr int kFolderAccess = W_OK | X_OK;
+constexpr const char* kSeparators = "/";
+#endif
+
 // The folder of a path must exist and take new files, and the path itself,
 // if it exists, must be a file that can be replaced.
 bool checkWritable(const std::string& path, const char* option, std::string& error) {
   if (path.empty()) return true;
-  const size_t slash = path.find_last_of('/');
+  const size_t slash = path.find_last_of(kSeparators);
   const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
   if (slash != std::string::npos && slash + 1 == path.size()) {
     error = "'" + path + "' given to " + option + " is a folder, not a file name";
     return false;
   }
-  if (access(folder.c_str(), W_OK | X_OK) != 0) {
+  if (access(folder.c_str(), kFolderAccess) != 0) {
     error = "cannot write '" + path + "' given to " + option + ": folder '" + folder + "': " + std::strerror(errno);
     return false;
   }

@@ -82,15 +82,12 @@ target_link_options(module_storage PRIVATE ${MODULE_STORAGE_STATIC_RUNTIME}
   "-Wl,--exclude-all-symbols" "-Wl,--no-undefined")
 
 # --- Front end ----------------------------------------------------------------
-add_library(hwc_cli_core STATIC
-  cli/command_line.cpp cli/host_objects.cpp cli/interrupts.cpp cli/messages.cpp cli/module_library.cpp
-  cli/progress_display.cpp cli/report.cpp cli/selection.cpp cli/tool_host.cpp)
-target_include_directories(hwc_cli_core PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR}/cli)
-target_link_libraries(hwc_cli_core PUBLIC nlohmann_json::nlohmann_json)
-add_executable(hwc_cli cli/hwc_cli.cpp)
-target_link_libraries(hwc_cli PRIVATE hwc_cli_core)
+# The same front end as the Linux build (its own tests stay there: they load
+# the module as a shared object); linked statically and put beside the DLL,
+# where it looks for the module first.
+add_subdirectory(cli)
 target_link_options(hwc_cli PRIVATE ${MODULE_STORAGE_STATIC_RUNTIME})
-add_dependencies(hwc_cli module_storage)
+set_target_properties(hwc_cli PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 if(NOT MODULE_STORAGE_TESTS)
   return()
@@ -157,6 +154,8 @@ set(WINDOWS_TESTS
 file(GLOB_RECURSE WINDOWS_ONLY_TESTS CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/src/*_windows_test.cpp")
 
 collect_sources(TESTING_SOURCES testing)
+# Image files for the Linux host provider's tests: POSIX files, not built here.
+list(FILTER TESTING_SOURCES EXCLUDE REGEX "/disk_images\\.cpp$")
 add_library(module_storage_testing STATIC ${TESTING_SOURCES})
 target_link_libraries(module_storage_testing PUBLIC module_storage_static)
 target_include_directories(module_storage_testing PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})

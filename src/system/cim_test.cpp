@@ -7,21 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include "testing/cim_fields.h"
+
 namespace {
 
-// A field list that the calls can take as char**.
-class Fields {
- public:
-  explicit Fields(std::vector<std::string> names) : names_(std::move(names)) {
-    for (std::string& name : names_) pointers_.push_back(&name[0]);
-  }
-  char** get() { return pointers_.data(); }
-  int32_t count() const { return static_cast<int32_t>(pointers_.size()); }
-
- private:
-  std::vector<std::string> names_;
-  std::vector<char*> pointers_;
-};
+using Fields = testing_support::CimFields;
 
 // Cim with the queries left out: only freeResult is under test.
 class ResultOnlyCim : public Cim {
