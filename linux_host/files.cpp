@@ -23,7 +23,7 @@ namespace linux_host {
 
 namespace {
 
-std::shared_ptr<FileObject> findFile(HANDLE handle) {
+FileObject* findFile(HANDLE handle) {
   return Host::instance().findAs<FileObject>(handle, ObjectKind::File);
 }
 

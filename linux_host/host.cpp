@@ -32,7 +32,7 @@ Host& Host::instance() {
 }
 
 void Host::configure(const Options& options) {
-  handles_.clear();
+  closeAll();
   disks_.clear();
   volumes_.clear();
   volumesListed_ = false;
@@ -101,19 +101,80 @@ const HostVolume* Host::volumeForPath(const std::string& path) {
   return nullptr;
 }
 
+namespace {
+constexpr uintptr_t kFirstHandle = 0x1000;
+constexpr uint32_t kGenerationMask = (1u << 9) - 1;
+
+HANDLE handleOf(uint32_t slot, uint32_t generation) {
+  return reinterpret_cast<HANDLE>(kFirstHandle + 4 * (static_cast<uintptr_t>(slot) |
+                                                      static_cast<uintptr_t>(generation) << Host::kSlotBits));
+}
+}  // namespace
+
 HANDLE Host::add(std::shared_ptr<Object> object) {
-  const uintptr_t value = nextHandle_;
-  nextHandle_ += 4;
-  handles_[value] = std::move(object);
-  return reinterpret_cast<HANDLE>(value);
+  uint32_t slot = 0;
+  if (!freeSlots_.empty()) {
+    slot = freeSlots_.back();
+    freeSlots_.pop_back();
+  } else if (slots_.size() < kMaxOpenHandles) {
+    slot = static_cast<uint32_t>(slots_.size());
+    slots_.emplace_back();
+  } else {
+    return fail(ERROR_NOT_ENOUGH_MEMORY, INVALID_HANDLE_VALUE);
+  }
+  Slot& entry = slots_[slot];
+  entry.object = std::move(object);
+  return handleOf(slot, entry.generation);
 }
 
-std::shared_ptr<Object> Host::find(HANDLE handle) const {
-  auto it = handles_.find(reinterpret_cast<uintptr_t>(handle));
-  return it == handles_.end() ? nullptr : it->second;
+Object* Host::find(HANDLE handle) const {
+  const uintptr_t value = reinterpret_cast<uintptr_t>(handle);
+  if (value < kFirstHandle || value % 4 != 0) return nullptr;
+  const uintptr_t code = (value - kFirstHandle) / 4;
+  const uintptr_t slot = code & (kMaxOpenHandles - 1);
+  if (code >> kSlotBits > kGenerationMask || slot >= slots_.size()) return nullptr;
+  const Slot& entry = slots_[slot];
+  if (entry.generation != code >> kSlotBits) return nullptr;
+  return entry.object.get();
 }
 
-bool Host::close(HANDLE handle) { return handles_.erase(reinterpret_cast<uintptr_t>(handle)) != 0; }
+bool Host::close(HANDLE handle) {
+  if (find(handle) == nullptr) return false;
+  const uint32_t slot = static_cast<uint32_t>(((reinterpret_cast<uintptr_t>(handle) - kFirstHandle) / 4) &
+                                              (kMaxOpenHandles - 1));
+  Slot& entry = slots_[slot];
+  // The slot is free and its generation moved on before the object goes (a
+  // file's object closes its descriptor, and may unlink the file, as it goes).
+  std::shared_ptr<Object> closing = std::move(entry.object);
+  entry.generation = (entry.generation + 1) & kGenerationMask;
+  freeSlots_.push_back(slot);
+  constexpr size_t kSpareEvents = 8;
+  if (closing->kind == ObjectKind::Event && closing.use_count() == 1 && spareEvents_.size() < kSpareEvents) {
+    spareEvents_.push_back(std::move(closing));
+  }
+  return true;
+}
+
+HANDLE Host::addEvent(bool manualReset, bool signaled) {
+  std::shared_ptr<Object> event;
+  if (spareEvents_.empty()) {
+    event = std::make_shared<EventObject>();
+  } else {
+    event = std::move(spareEvents_.back());
+    spareEvents_.pop_back();
+  }
+  auto* fields = static_cast<EventObject*>(event.get());
+  fields->manualReset = manualReset;
+  fields->signaled = signaled;
+  return add(std::move(event));
+}
+
+void Host::closeAll() {
+  // Generations move on, so no handle from before stays valid.
+  for (uint32_t slot = 0; slot < slots_.size(); ++slot) {
+    if (slots_[slot].object) close(handleOf(slot, slots_[slot].generation));
+  }
+}
 
 Options optionsFromEnvironment() {
   Options options;
@@ -269,7 +330,9 @@ BOOL completeOverlapped(LPOVERLAPPED overlapped, DWORD error, DWORD done) {
 BOOL transfer(HANDLE file, uint8_t* buffer, DWORD length, LPDWORD done, LPOVERLAPPED overlapped, bool write) {
   if (done != nullptr) *done = 0;
   if (buffer == nullptr && length > 0) return fail(ERROR_INVALID_PARAMETER, FALSE);
-  if (auto onVolume = Host::instance().findAs<FileObject>(file, ObjectKind::File)) {
+  Object* object = Host::instance().find(file);
+  if (object != nullptr && object->kind == ObjectKind::File) {
+    auto* onVolume = static_cast<FileObject*>(object);
     const uint64_t at = overlapped != nullptr
                             ? (static_cast<uint64_t>(overlapped->OffsetHigh) << 32) | overlapped->Offset
                             : onVolume->position;
@@ -282,8 +345,8 @@ BOOL transfer(HANDLE file, uint8_t* buffer, DWORD length, LPDWORD done, LPOVERLA
     SetLastError(ERROR_SUCCESS);
     return TRUE;
   }
-  auto disk = Host::instance().findAs<DiskObject>(file, ObjectKind::Disk);
-  if (!disk) return fail(ERROR_INVALID_HANDLE, FALSE);
+  if (object == nullptr || object->kind != ObjectKind::Disk) return fail(ERROR_INVALID_HANDLE, FALSE);
+  auto* disk = static_cast<DiskObject*>(object);
   const uint64_t offset =
       overlapped != nullptr ? (static_cast<uint64_t>(overlapped->OffsetHigh) << 32) | overlapped->Offset : disk->position;
   const uint32_t sector = disk->medium.logicalSectorSize();
@@ -416,10 +479,8 @@ BOOL CancelIo(HANDLE file) {
 }
 
 HANDLE CreateEventA(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, LPCSTR) {
-  auto event = std::make_shared<EventObject>();
-  event->manualReset = manualReset != FALSE;
-  event->signaled = initialState != FALSE;
-  return Host::instance().add(event);
+  const HANDLE handle = Host::instance().addEvent(manualReset != FALSE, initialState != FALSE);
+  return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
 }
 
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCWSTR) {

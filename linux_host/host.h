@@ -118,15 +118,31 @@ class Host {
   // The volume whose letter starts `path` ("C:\\", "c:", "\\\\.\\C:"), or null.
   const HostVolume* volumeForPath(const std::string& path);
 
+  // A new handle for `object`; INVALID_HANDLE_VALUE with
+  // ERROR_NOT_ENOUGH_MEMORY when kMaxOpenHandles are open already.
   HANDLE add(std::shared_ptr<Object> object);
-  std::shared_ptr<Object> find(HANDLE handle) const;
+  // The object behind an open handle, or null. The pointer is good until the
+  // handle is closed; callers use it within one Win32 call.
+  Object* find(HANDLE handle) const;
   template <typename T>
-  std::shared_ptr<T> findAs(HANDLE handle, ObjectKind kind) const {
-    auto object = find(handle);
-    if (!object || object->kind != kind) return nullptr;
-    return std::static_pointer_cast<T>(object);
+  T* findAs(HANDLE handle, ObjectKind kind) const {
+    Object* object = find(handle);
+    if (object == nullptr || object->kind != kind) return nullptr;
+    return static_cast<T*>(object);
   }
   bool close(HANDLE handle);
+  // A handle for a new event (CreateEvent). Every overlapped read makes one
+  // and closes it again, so the object of an event closed before is reused
+  // when there is one. As add() on failure.
+  HANDLE addEvent(bool manualReset, bool signaled);
+
+  // Handle values are 0x1000 + 4 x (slot | generation << kSlotBits): a
+  // closed slot is taken again by the next handle, as Windows reuses handle
+  // values, and its generation changes, so a handle kept after its close
+  // stays invalid (until the 9-bit generation comes round). Every value fits
+  // in 31 bits, as Windows handles do.
+  static constexpr uint32_t kSlotBits = 20;
+  static constexpr uint32_t kMaxOpenHandles = 1u << kSlotBits;
 
  private:
   Host() = default;
@@ -137,8 +153,17 @@ class Host {
   bool volumesListed_ = false;
   std::vector<HostDisk> disks_;
   std::vector<HostVolume> volumes_;
-  std::map<uintptr_t, std::shared_ptr<Object>> handles_;
-  uintptr_t nextHandle_ = 0x1000;
+  // One open handle. A read makes an event and closes it again, and looks
+  // its handles up several times: the table is a vector indexed by the
+  // handle's slot, and the closed slots wait in freeSlots_ for reuse.
+  struct Slot {
+    std::shared_ptr<Object> object;  // null while the slot is free
+    uint32_t generation = 0;
+  };
+  void closeAll();
+  std::vector<Slot> slots_;
+  std::vector<uint32_t> freeSlots_;
+  std::vector<std::shared_ptr<Object>> spareEvents_;  // closed events, for addEvent()
 };
 
 // Sets the last error and gives `result`.

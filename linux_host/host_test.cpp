@@ -81,6 +81,89 @@ TEST_F(LinuxHostOnImages, PhysicalDrivesBeyondTheImagesDoNotOpen) {
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
 }
 
+TEST_F(LinuxHostOnImages, AClosedHandleStaysInvalidWhenItsSlotIsReused) {
+  HANDLE first = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  ASSERT_NE(first, nullptr);
+  ASSERT_TRUE(CloseHandle(first));
+  // The next event takes the closed one's place in the table, under a new value.
+  HANDLE second = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  ASSERT_NE(second, nullptr);
+  EXPECT_NE(second, first);
+  EXPECT_FALSE(SetEvent(first));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+  EXPECT_FALSE(CloseHandle(first));
+  EXPECT_TRUE(SetEvent(second));
+  EXPECT_EQ(WaitForSingleObject(second, 0), static_cast<DWORD>(WAIT_OBJECT_0));
+  EXPECT_TRUE(CloseHandle(second));
+}
+
+TEST_F(LinuxHostOnImages, AnEventMadeAfterAnotherClosedStartsAsItsCallerAsks) {
+  // The closed event's object serves the next one: none of its state may stay.
+  HANDLE signalled = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+  ASSERT_NE(signalled, nullptr);
+  ASSERT_TRUE(CloseHandle(signalled));
+  HANDLE quiet = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  ASSERT_NE(quiet, nullptr);
+  EXPECT_EQ(WaitForSingleObject(quiet, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+  ASSERT_TRUE(SetEvent(quiet));
+  EXPECT_EQ(WaitForSingleObject(quiet, 0), static_cast<DWORD>(WAIT_OBJECT_0));
+  // Auto-reset, as asked: the wait took the signal.
+  EXPECT_EQ(WaitForSingleObject(quiet, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+  ASSERT_TRUE(CloseHandle(quiet));
+  HANDLE manual = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  ASSERT_NE(manual, nullptr);
+  ASSERT_TRUE(SetEvent(manual));
+  EXPECT_EQ(WaitForSingleObject(manual, 0), static_cast<DWORD>(WAIT_OBJECT_0));
+  EXPECT_EQ(WaitForSingleObject(manual, 0), static_cast<DWORD>(WAIT_OBJECT_0));
+  EXPECT_TRUE(CloseHandle(manual));
+}
+
+TEST_F(LinuxHostOnImages, HandleValuesAreMultiplesOfFourThatFitIn31Bits) {
+  // A read makes and closes an event each time: the values stay small
+  // however many come and go.
+  for (int i = 0; i < 5000; ++i) {
+    HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    ASSERT_NE(event, nullptr);
+    const uintptr_t value = reinterpret_cast<uintptr_t>(event);
+    ASSERT_EQ(value % 4, 0u);
+    ASSERT_LT(value, uintptr_t{1} << 31);
+    ASSERT_TRUE(CloseHandle(event));
+  }
+}
+
+TEST_F(LinuxHostOnImages, ValuesThatNoHandleHadAreRefused) {
+  HANDLE disk = open("\\\\.\\PhysicalDrive0");
+  ASSERT_NE(disk, INVALID_HANDLE_VALUE);
+  const uintptr_t value = reinterpret_cast<uintptr_t>(disk);
+  const uintptr_t far = uintptr_t{1} << 40;
+  for (uintptr_t bad : {uintptr_t{0}, uintptr_t{4}, value + 1, value + 2, value + 4 * 1000, value + far, ~uintptr_t{0}}) {
+    EXPECT_FALSE(CloseHandle(reinterpret_cast<HANDLE>(bad))) << bad;
+    uint8_t sector[512];
+    DWORD read = 0;
+    EXPECT_FALSE(ReadFile(reinterpret_cast<HANDLE>(bad), sector, sizeof(sector), &read, nullptr)) << bad;
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+  }
+}
+
+TEST_F(LinuxHostOnImages, HandlesOpenedBeforeAnInstallAreInvalidAfterIt) {
+  HANDLE before = open("\\\\.\\PhysicalDrive0");
+  ASSERT_NE(before, INVALID_HANDLE_VALUE);
+  opened.clear();
+  Options options;
+  options.hostDisks = false;
+  options.disks = {gpt};
+  install(options);
+  HANDLE after = open("\\\\.\\PhysicalDrive0");
+  ASSERT_NE(after, INVALID_HANDLE_VALUE);
+  EXPECT_NE(after, before);
+  uint8_t sector[512];
+  DWORD read = 0;
+  EXPECT_FALSE(ReadFile(before, sector, sizeof(sector), &read, nullptr));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+  EXPECT_TRUE(ReadFile(after, sector, sizeof(sector), &read, nullptr));
+  EXPECT_EQ(read, 512u);
+}
+
 TEST_F(LinuxHostOnImages, TheDeviceDescriptorNamesAnImageOnAScsiBus) {
   HANDLE disk = open("\\\\.\\PhysicalDrive0");
   ASSERT_NE(disk, INVALID_HANDLE_VALUE);

@@ -28,7 +28,7 @@ const GUID kDiskDriveClass{0x4D36E967, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 
 
 bool sameGuid(const GUID* a, const GUID& b) { return a != nullptr && std::memcmp(a, &b, sizeof(GUID)) == 0; }
 
-std::shared_ptr<DevInfoObject> findSet(HDEVINFO set) {
+DevInfoObject* findSet(HDEVINFO set) {
   return Host::instance().findAs<DevInfoObject>(set, ObjectKind::DevInfo);
 }
 
@@ -171,7 +171,7 @@ HANDLE GetCurrentProcess() { return reinterpret_cast<HANDLE>(static_cast<intptr_
 BOOL OpenProcessToken(HANDLE, DWORD, PHANDLE token) {
   if (token == nullptr) return fail(ERROR_INVALID_PARAMETER, FALSE);
   *token = Host::instance().add(std::make_shared<TokenObject>());
-  return TRUE;
+  return *token != INVALID_HANDLE_VALUE;
 }
 
 BOOL LookupPrivilegeValueA(LPCSTR, LPCSTR name, PLUID luid) {

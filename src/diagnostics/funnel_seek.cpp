@@ -55,7 +55,7 @@ uint32_t FunnelSeekTest::run(TestRunContext* runContext) {
 
 uint32_t FunnelSeekTest::readFixedSector(uint64_t lba, std::set<uint64_t>& badSectors) {
   const uint32_t status =
-      readIntoSectorBuffer(protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
+      readIntoSectorBuffer(readBuffer, protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
   if (status == 0) return SUCCESS;
   const uint32_t verdict = handleReadFailure(lba, status, 0, allowedBadSectors, badSectors, listener, log);
   if (verdict != SUCCESS) listener->onProgress(100, "");
@@ -117,7 +117,7 @@ uint32_t FunnelSeekTest::readRandomInSpan(uint64_t low, uint64_t high, TestRunCo
                                           std::set<uint64_t>& badSectors, uint8_t percent) {
   const uint64_t lba = low + getNumberHandler().randomBelow(high - low);
   const uint32_t status =
-      readIntoSectorBuffer(protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
+      readIntoSectorBuffer(readBuffer, protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
   if (status == 0) return SUCCESS;
   TestListener* events = runContext->getTestListener() != nullptr ? runContext->getTestListener() : listener;
   MessageLog* lines = runContext->getMessageLog() != nullptr ? runContext->getMessageLog() : log;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <set>
 
+#include "diagnostics/seek_checks.h"
 #include "module/storage_test.h"
 
 // Shares of the disk one step covers, as single-precision constants:
@@ -53,6 +54,9 @@ class FunnelSeekTest : public StorageTest {
  private:
   // One sector of the two fixed phases, reported at 0 percent.
   uint32_t readFixedSector(uint64_t lba, std::set<uint64_t>& badSectors);
+
+  // Every read of a run goes into this one buffer.
+  SectorBuffer readBuffer;
 };
 
 class QuickFunnelSeekTest : public FunnelSeekTest {

@@ -32,6 +32,7 @@ uint32_t RandomSeekTest::run(TestRunContext* runContext) {
     numbers.seed(static_cast<uint32_t>(std::time(nullptr)));
 
     std::set<uint64_t> badSectors;
+    SectorBuffer readBuffer;
     uint32_t reads = 0;
     uint8_t percent = 0;
     uint8_t lastReported = 0;
@@ -42,7 +43,7 @@ uint32_t RandomSeekTest::run(TestRunContext* runContext) {
       }
       const uint64_t lba = numbers.randomBelow(randomLimit);
       const uint32_t status =
-          readIntoSectorBuffer(protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
+          readIntoSectorBuffer(readBuffer, protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
       if (status == 0) {
         // The event runs one read behind the count.
         if (percent != lastReported) {

@@ -68,3 +68,13 @@ std::unique_ptr<uint8_t[]> sectorBuffer(const StorageProtocol* protocol) {
   const size_t bytes = std::max(sectorSize, kMinimumSectorBytes);
   return std::unique_ptr<uint8_t[]>(new (std::nothrow) uint8_t[bytes]);
 }
+
+uint8_t* SectorBuffer::forOneSector(const StorageProtocol* protocol) {
+  const uint32_t sectorSize = protocol != nullptr ? protocol->getCachedLogicalSectorSize() : 0;
+  const size_t bytes = std::max(sectorSize, kMinimumSectorBytes);
+  if (bytes > size_ || !bytes_) {
+    bytes_.reset(new (std::nothrow) uint8_t[bytes]);
+    size_ = bytes_ ? bytes : 0;
+  }
+  return bytes_.get();
+}

@@ -215,6 +215,7 @@ uint32_t TargetedReadTest::readTargets(const std::set<uint64_t>& logLbas) {
   std::set<uint64_t> targetLbas;
   widenTargets(logLbas, targetLbas, kTargetRadius, properties.sectorCount - 1);
   std::set<uint64_t> badSectors;
+  SectorBuffer readBuffer;
 
   float counter = 1.0f;
   uint8_t percent = 0;
@@ -222,7 +223,7 @@ uint32_t TargetedReadTest::readTargets(const std::set<uint64_t>& logLbas) {
   for (uint64_t lba : targetLbas) {
     if (checkAbort(context)) return ABORTED;
     const uint32_t status =
-        readIntoSectorBuffer(protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
+        readIntoSectorBuffer(readBuffer, protocol, [&](uint8_t* buffer) { return readSectorsForTest(lba, buffer); });
     if (status != 0) {
       // With an allowance of one, the first bad sector ends the test.
       const uint32_t verdict =
