@@ -2,7 +2,7 @@
 # Debian 12 machine (as root).
 JOBS ?= 2
 
-.PHONY: all deps configure build test test-asan test-fidelity demo bench cross windows test-wine clean deb fuzz-build fuzz fuzz-smoke
+.PHONY: all deps configure build test test-asan test-fidelity demo bench cross windows test-wine clean deb fuzz-build fuzz fuzz-smoke test-qemu
 
 all: build
 
@@ -33,6 +33,13 @@ test-asan: configure-asan
 
 demo: build
 	@cli/demo.sh build/cli/hwc_cli
+
+# The module on a real kernel's disks under QEMU, read beside smartctl,
+# sg3_utils and nvme-cli (docs/QEMU.md).
+test-qemu: configure
+	@testing/qemu/install-deps.sh
+	@cmake --build --preset default -j $(JOBS) --target hwc_cli module_storage
+	@testing/qemu/run.sh build --expected docs/qemu-expected.md
 
 # The Debian package of the library, headers, hwc_cli and its manual, in build/packages/.
 deb: build

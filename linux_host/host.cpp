@@ -253,12 +253,17 @@ uint32_t openDisk(size_t index, DiskObject& object) {
   if (!disk.image && disk.info.commands == CommandPath::SgIo && object.medium.isBlockDevice()) {
     object.scsi = std::make_unique<SgIoTarget>(object.medium.descriptor());
   } else if (!disk.image && disk.info.commands == CommandPath::Nvme && object.medium.isBlockDevice()) {
-    // The namespace id is the number after the last 'n' of the name (nvme0n1).
-    const size_t at = disk.info.name.find_last_of('n');
-    const uint32_t nsid = at == std::string::npos ? 1 : static_cast<uint32_t>(std::strtoul(disk.info.name.c_str() + at + 1, nullptr, 10));
-    char serial[64];
-    std::snprintf(serial, sizeof serial, "%s_%08X.", disk.info.serial.c_str(), nsid);
-    identity.serial = serial;
+    // The namespace id as sysfs gives it, else the number after the last 'n'
+    // of the name (nvme0n1).
+    uint32_t nsid = disk.info.nvmeNsid;
+    if (nsid == 0) {
+      const size_t at = disk.info.name.find_last_of('n');
+      nsid = at == std::string::npos ? 1 : static_cast<uint32_t>(std::strtoul(disk.info.name.c_str() + at + 1, nullptr, 10));
+    }
+    // The serial of the unit serial number page, as Windows' translation
+    // forms it; the revision is the firmware's first four characters
+    // (INQUIRY's field is four bytes wide).
+    identity.serial = nvmeUnitSerial(disk.info.serial, nsid, disk.info.nvmeEui64, disk.info.nvmeNguid);
     object.nvme = std::make_unique<IoctlNvmeAdmin>(object.medium.descriptor());
     object.scsi = std::make_unique<NvmeScsiTarget>(object.medium, identity, *object.nvme, nsid);
   } else {

@@ -6,6 +6,8 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
 #include <cstring>
 
 #include "win32/win32.h"
@@ -49,6 +51,42 @@ ScsiAnswer answerIn(const ScsiCommand& command, const std::vector<uint8_t>& answ
 }
 
 }  // namespace
+
+namespace {
+
+// The hex digits of `text`, upper case, separators (' ', '-', ':') skipped;
+// empty if anything else is in it or if every digit is 0.
+std::string hexDigits(const std::string& text) {
+  std::string digits;
+  bool nonZero = false;
+  for (char c : text) {
+    if (c == ' ' || c == '-' || c == ':' || c == '\n') continue;
+    if (!std::isxdigit(static_cast<unsigned char>(c))) return "";
+    digits += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    nonZero = nonZero || c != '0';
+  }
+  return nonZero ? digits : "";
+}
+
+// Groups of four digits joined by '_', closed by '.'.
+std::string grouped(const std::string& digits) {
+  std::string text;
+  for (size_t i = 0; i < digits.size(); i += 4) text += (i == 0 ? "" : "_") + digits.substr(i, 4);
+  return text + ".";
+}
+
+}  // namespace
+
+std::string nvmeUnitSerial(const std::string& serial, uint32_t nsid, const std::string& eui64Hex,
+                           const std::string& nguidHex) {
+  const std::string nguid = hexDigits(nguidHex);
+  if (nguid.size() == 32) return grouped(nguid);
+  const std::string eui64 = hexDigits(eui64Hex);
+  if (eui64.size() == 16) return grouped(eui64);
+  char suffix[16];
+  std::snprintf(suffix, sizeof suffix, "_%08X.", nsid);
+  return serial + suffix;
+}
 
 struct nvme_admin_cmd buildGetLogPage(uint8_t logId, uint32_t nsid, void* buffer, uint32_t length) {
   struct nvme_admin_cmd command;

@@ -12,6 +12,7 @@
 #include <linux/nvme_ioctl.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "linux_host/block_scsi.h"
@@ -54,6 +55,18 @@ bool parseHealthLog(const std::vector<uint8_t>& log, NvmeHealth* health);
 // temperature); a critical warning is a predicted failure, ASC 5Dh.
 std::vector<uint8_t> temperaturePage(const NvmeHealth& health);
 std::vector<uint8_t> informationalExceptionsPage(const NvmeHealth& health);
+
+// The PRODUCT SERIAL NUMBER of the unit serial number page (80h) as the
+// translation forms it from the controller's and the namespace's identity,
+// the form Windows' NVMe driver gives the module:
+//   a non-zero NGUID  "0123_4567_89AB_CDEF_0123_4567_89AB_CDEF."
+//   else a non-zero EUI64  "0025_3852_71B1_4C5F."
+//   else the serial number, "_", the namespace id in eight hex digits, "."
+// `nguidHex` and `eui64Hex` are the identifiers as hex text (sysfs' "eui" and
+// "nguid" attributes); separators are skipped, and a value that is not 32 or
+// 16 hex digits, or is all zeros, counts as absent.
+std::string nvmeUnitSerial(const std::string& serial, uint32_t nsid, const std::string& eui64Hex,
+                           const std::string& nguidHex);
 
 class NvmeScsiTarget : public BlockScsiTarget {
  public:

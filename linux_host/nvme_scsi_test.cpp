@@ -82,6 +82,27 @@ TEST(NvmeLogPages, ACriticalWarningIsAPredictedFailureInTheInformationalExceptio
   EXPECT_EQ(page[10], 27);
 }
 
+TEST(NvmeUnitSerial, WithoutNguidOrEui64ItIsTheSerialTheNamespaceIdInHexAndAPeriod) {
+  EXPECT_EQ(nvmeUnitSerial("QMNVME0001", 1, "", ""), "QMNVME0001_00000001.");
+  EXPECT_EQ(nvmeUnitSerial("QMNVME0001", 0x1A, "", ""), "QMNVME0001_0000001A.");
+  // All-zero identifiers are no identifiers (QEMU's namespaces without eui64).
+  EXPECT_EQ(nvmeUnitSerial("QMNVME0001", 1, "0000000000000000", "00000000-0000-0000-0000-000000000000"),
+            "QMNVME0001_00000001.");
+}
+
+TEST(NvmeUnitSerial, AnEui64IsWrittenInGroupsOfFourHexDigits) {
+  EXPECT_EQ(nvmeUnitSerial("S4EWNX0R123456", 1, "00 25 38 52 71 b1 4c 5f", ""), "0025_3852_71B1_4C5F.");
+  EXPECT_EQ(nvmeUnitSerial("S4EWNX0R123456", 1, "eui.002538527 1b14c5f", ""), "S4EWNX0R123456_00000001.")
+      << "text that is not hex digits and separators is no EUI64";
+  EXPECT_EQ(nvmeUnitSerial("S4EWNX0R123456", 1, "00253852", ""), "S4EWNX0R123456_00000001.")
+      << "eight digits are no EUI64";
+}
+
+TEST(NvmeUnitSerial, AnNguidComesBeforeTheEui64) {
+  EXPECT_EQ(nvmeUnitSerial("SN", 1, "0025385271b14c5f", "e8238fa6-bf53-0001-001b-448b45662a8e"),
+            "E823_8FA6_BF53_0001_001B_448B_4566_2A8E.");
+}
+
 class NvmeTranslation : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -132,6 +153,27 @@ TEST_F(NvmeTranslation, LogSenseInformationalExceptionsComesFromTheHealthLog) {
   EXPECT_EQ(data[0], 0x2F);
   EXPECT_EQ(data[8], 0x00);
   EXPECT_EQ(data[10], 39);
+}
+
+// The module asks for the health with REQUEST SENSE for 252 bytes and with
+// LOG SENSE page 2Fh whose CDB leaves the allocation length at 0 (both as the
+// module builds them). The translation answers as SPC says: 18 bytes of fixed
+// sense, and no data for an allocation length of 0; so the module reads no
+// verdict from either route, whatever the controller's critical warning.
+TEST_F(NvmeTranslation, TheModulesHealthCommandsGetWhatSpcGivesThemEvenWithACriticalWarning) {
+  admin.log = healthLog(0x04);  // reliability degraded
+  std::vector<uint8_t> sense(252, 0xEE);
+  ScsiAnswer answer = send({0x03, 0, 0, 0, 252, 0, 0, 0, 0, 0}, sense);
+  ASSERT_EQ(answer.status, kStatusGood);
+  EXPECT_EQ(answer.transferred, 18u) << "fixed sense data, not the 252 bytes asked for";
+  EXPECT_EQ(sense[12], 0x5D);
+  EXPECT_EQ(sense[18], 0xEE) << "nothing written past the sense data";
+
+  std::vector<uint8_t> page(252, 0xEE);
+  answer = send({0x4D, 0, 0x40 | 0x2F, 0, 0, 0, 0, 0, 0, 0}, page);
+  ASSERT_EQ(answer.status, kStatusGood);
+  EXPECT_EQ(answer.transferred, 0u) << "an allocation length of 0 moves no data";
+  EXPECT_EQ(page[0], 0xEE);
 }
 
 TEST_F(NvmeTranslation, AControllerThatDoesNotAnswerIsAHardwareError) {

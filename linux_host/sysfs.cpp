@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -132,6 +133,9 @@ std::vector<SysfsDisk> listSysfsDisks(const std::string& sysfsRoot, const std::s
       disk.product = readAttribute(device + "/model");
       disk.revision = readAttribute(device + "/firmware_rev");
       disk.serial = readAttribute(device + "/serial");
+      disk.nvmeNsid = static_cast<uint32_t>(std::strtoul(readAttribute(entry + "/nsid").c_str(), nullptr, 10));
+      disk.nvmeEui64 = readAttribute(entry + "/eui");
+      disk.nvmeNguid = readAttribute(entry + "/nguid");
     } else if (startsWith(name, "mmcblk")) {
       disk.vendor = mmcType;
       disk.product = readAttribute(device + "/name");

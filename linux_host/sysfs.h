@@ -32,6 +32,11 @@ struct SysfsDisk {
   bool removable = false;
   bool rotational = false;
   std::string vendor, product, revision, serial;
+  // An NVMe namespace's own identity (its disk's nsid, eui and nguid
+  // attributes, the last two only where the namespace has them); empty and 0
+  // elsewhere.
+  uint32_t nvmeNsid = 0;
+  std::string nvmeEui64, nvmeNguid;
 };
 
 // Lists the disks under `sysfsRoot`/block; device nodes are named under

@@ -58,6 +58,10 @@ TEST(SysfsDisks, UsbSasVirtioNvmeAndMmcAreToldApartByTheirPaths) {
   EXPECT_EQ(nvme->product, "Samsung SSD 970 EVO Plus 1TB");
   EXPECT_EQ(nvme->serial, "S4EWNX0R123456");
   EXPECT_EQ(nvme->revision, "2B2QEXM7");
+  EXPECT_EQ(nvme->nvmeNsid, 1u);
+  EXPECT_EQ(nvme->nvmeEui64, "00 25 38 52 71 b1 4c 5f");
+  EXPECT_EQ(nvme->nvmeNguid, "") << "the namespace has no NGUID: sysfs shows no attribute";
+  EXPECT_EQ(named(disks, "sda")->nvmeNsid, 0u);
   const SysfsDisk* mmc = named(disks, "mmcblk0");
   ASSERT_NE(mmc, nullptr);
   EXPECT_EQ(mmc->busType, static_cast<uint32_t>(BusTypeMmc));

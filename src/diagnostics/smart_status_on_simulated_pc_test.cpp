@@ -23,6 +23,10 @@ const char* kMachine = R"({"name": "health", "disks": [
    "profile": {"product": "SAS GOOD", "capacitySectors": 100000, "healthQuirks": true}},
   {"name": "sas-bad", "kind": "scsi", "bus": "sas",
    "profile": {"product": "SAS BAD", "capacitySectors": 100000, "healthQuirks": true, "failurePredicted": true}},
+  {"name": "sas-off", "kind": "scsi", "bus": "sas",
+   "profile": {"product": "SAS OFF SPC", "capacitySectors": 100000, "iecFlags": 8}},
+  {"name": "sas-off-quirks", "kind": "scsi", "bus": "sas",
+   "profile": {"product": "SAS OFF QUIRKS", "capacitySectors": 100000, "iecFlags": 8, "healthQuirks": true}},
   {"name": "nvme-spc", "kind": "nvme", "profile": {"model": "NVME SPC", "capacitySectors": 100000,
    "health": {"criticalWarning": 1}}},
   {"name": "nvme-good", "kind": "nvme", "profile": {"model": "NVME GOOD", "capacitySectors": 100000,
@@ -109,6 +113,32 @@ TEST_F(SmartStatusOnSimulatedPc, OnAnNvmeTranslationThatFollowsSpcTheTestDoesNot
   // Both routes were tried, and neither gave a verdict.
   EXPECT_TRUE(sent(o, kRequestSense));
   EXPECT_TRUE(sent(o, kLogSense));
+}
+
+constexpr uint8_t kModeSelect6 = 0x15;
+constexpr uint8_t kModeSelect10 = 0x55;
+
+TEST_F(SmartStatusOnSimulatedPc, OnAnSpcTargetWithExceptionsDisabledTheTestDoesNotApplyAndWritesNoModePage) {
+  // The exceptions control page is there, with DEXCPT set, but the module's
+  // MODE SENSE leaves its allocation length at 0, so an SPC target answers
+  // no page: SMART counts as not supported, and the test switches nothing.
+  const Outcome o = run("SAS OFF SPC", "sas-off");
+  EXPECT_EQ(o.result, static_cast<uint32_t>(NOT_APPLICABLE));
+  EXPECT_EQ(o.keyed, (std::vector<ProgressEvent>{{100, "SMART_NOT_SUPPORTED"}}));
+  EXPECT_FALSE(sent(o, kModeSelect6));
+  EXPECT_FALSE(sent(o, kModeSelect10));
+}
+
+TEST_F(SmartStatusOnSimulatedPc, ATargetWithExceptionsDisabledIsSwitchedOnForTheTestAndBackAfterIt) {
+  // A target that answers the page: the guard clears DEXCPT before the
+  // query and writes the page as it found it afterwards, run after run.
+  for (int round = 0; round < 2; ++round) {
+    const Outcome o = run("SAS OFF QUIRKS", "sas-off-quirks");
+    EXPECT_EQ(o.result, static_cast<uint32_t>(SUCCESS)) << "round " << round;
+    size_t selects = 0;
+    for (uint8_t opcode : o.opcodes) selects += opcode == kModeSelect6 ? 1 : 0;
+    EXPECT_EQ(selects, 2u) << "round " << round << ": one to switch on, one to put the page back";
+  }
 }
 
 TEST_F(SmartStatusOnSimulatedPc, AHealthySasTargetWithHealthQuirksPassesThroughTheLogAndTheSenseRoute) {
