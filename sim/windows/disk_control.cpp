@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "seam/disk_requests.h"
 #include "sim/windows/face_state.h"
 #include "sim/windows/partition_tables.h"
 
@@ -36,42 +37,13 @@ BOOL done(LPDWORD returned, DWORD bytes) {
   return TRUE;
 }
 
-// The block a pass-through request works on: the larger of the two buffers,
-// as the I/O manager copies it for a buffered control code.
-struct Block {
-  uint8_t* in = nullptr;
-  DWORD inSize = 0;
-  uint8_t* out = nullptr;
-  DWORD outSize = 0;
-};
+using Block = seam::ControlBuffers;
 
-BOOL ataPassThrough(Face& face, Disk& disk, bool direct, const Block& b, LPDWORD returned) {
-  if (b.in == nullptr || b.inSize < sizeof(ATA_PASS_THROUGH_EX)) return fail(ERROR_INVALID_PARAMETER, FALSE);
-  ATA_PASS_THROUGH_EX request;
-  std::memcpy(&request, b.in, sizeof(request));
-  if (request.Length != sizeof(ATA_PASS_THROUGH_EX)) return fail(ERROR_INVALID_PARAMETER, FALSE);
-  if (!disk.ata) return fail(ERROR_NOT_SUPPORTED, FALSE);
-  const bool dataIn = (request.AtaFlags & ATA_FLAGS_DATA_IN) != 0;
-  const bool dataOut = (request.AtaFlags & ATA_FLAGS_DATA_OUT) != 0;
-  if (dataIn && dataOut) return fail(ERROR_INVALID_PARAMETER, FALSE);
-  const DWORD length = request.DataTransferLength;
-  std::vector<uint8_t> data(length, 0);
-  uint8_t* directBuffer = nullptr;
-  if (length > 0) {
-    if (direct) {
-      ATA_PASS_THROUGH_DIRECT d;
-      std::memcpy(&d, b.in, sizeof(d));
-      directBuffer = static_cast<uint8_t*>(d.DataBuffer);
-      if (directBuffer == nullptr) return fail(ERROR_INVALID_PARAMETER, FALSE);
-      if (dataOut) std::memcpy(data.data(), directBuffer, length);
-    } else {
-      const uint64_t offset = request.DataBufferOffset;
-      if (offset < sizeof(request) || offset + length > std::max(b.inSize, dataIn ? b.outSize : b.inSize)) {
-        return fail(ERROR_INVALID_PARAMETER, FALSE);
-      }
-      if (dataOut) std::memcpy(data.data(), b.in + offset, length);
-    }
-  }
+BOOL ataPassThrough(Disk& disk, bool direct, const Block& b, LPDWORD returned) {
+  seam::AtaPassThroughCall call;
+  const DWORD problem = seam::takeAtaPassThrough(b, direct, disk.ata != nullptr, call);
+  if (problem != ERROR_SUCCESS) return fail(problem, FALSE);
+  const ATA_PASS_THROUGH_EX& request = call.request;
   AtaRequest ata;
   const UCHAR* tf = request.CurrentTaskFile;
   const UCHAR* prev = request.PreviousTaskFile;
@@ -90,176 +62,66 @@ BOOL ataPassThrough(Face& face, Disk& disk, bool direct, const Block& b, LPDWORD
     ata.in.lbaMidExp = prev[3];
     ata.in.lbaHighExp = prev[4];
   }
-  ata.direction = dataIn ? Direction::In : dataOut ? Direction::Out : Direction::None;
-  ata.data = length > 0 ? data.data() : nullptr;
-  ata.length = length;
+  ata.direction = call.direction == seam::TransferDirection::In    ? Direction::In
+                  : call.direction == seam::TransferDirection::Out ? Direction::Out
+                                                                   : Direction::None;
+  ata.data = call.transfer();
+  ata.length = request.DataTransferLength;
   ata.timeoutSeconds = request.TimeOutValue;
-  (void)face;
   const AtaResponse response = disk.ata->executeAta(ata);
   if (response.completion != Completion::Done) return fail(completionError(response.completion), FALSE);
 
-  ATA_PASS_THROUGH_EX reply = request;
-  UCHAR* rtf = reply.CurrentTaskFile;
-  rtf[0] = response.out.error;
-  rtf[1] = response.out.count;
-  rtf[2] = response.out.lbaLow;
-  rtf[3] = response.out.lbaMid;
-  rtf[4] = response.out.lbaHigh;
-  rtf[5] = response.out.device;
-  rtf[6] = response.out.status;
-  rtf[7] = 0;
-  UCHAR* rprev = reply.PreviousTaskFile;
-  std::memset(rprev, 0, 8);
+  const UCHAR current[8] = {response.out.error,  response.out.count,   response.out.lbaLow, response.out.lbaMid,
+                            response.out.lbaHigh, response.out.device, response.out.status, 0};
+  UCHAR previous[8] = {};
   if (ata.extended) {
-    rprev[1] = response.out.countExp;
-    rprev[2] = response.out.lbaLowExp;
-    rprev[3] = response.out.lbaMidExp;
-    rprev[4] = response.out.lbaHighExp;
+    previous[1] = response.out.countExp;
+    previous[2] = response.out.lbaLowExp;
+    previous[3] = response.out.lbaMidExp;
+    previous[4] = response.out.lbaHighExp;
   }
-  const DWORD moved = dataIn ? std::min(response.transferred, length) : 0;
-  reply.DataTransferLength = dataIn ? moved : length;
-  if (b.out == nullptr || b.outSize < sizeof(reply)) return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-  std::memcpy(b.out, &reply, sizeof(reply));
-  DWORD bytes = sizeof(reply);
-  if (moved > 0) {
-    if (direct) {
-      std::memcpy(directBuffer, data.data(), moved);
-    } else {
-      std::memcpy(b.out + request.DataBufferOffset, data.data(), moved);
-      bytes = static_cast<DWORD>(request.DataBufferOffset + moved);
-    }
-  }
+  DWORD bytes = 0;
+  const DWORD replied = seam::giveAtaPassThrough(b, call, current, previous, response.transferred, &bytes);
+  if (replied != ERROR_SUCCESS) return fail(replied, FALSE);
   return done(returned, bytes);
 }
 
 BOOL scsiPassThrough(Disk& disk, bool direct, const Block& b, LPDWORD returned) {
-  if (b.in == nullptr || b.inSize < sizeof(SCSI_PASS_THROUGH)) return fail(ERROR_INVALID_PARAMETER, FALSE);
-  SCSI_PASS_THROUGH request;
-  std::memcpy(&request, b.in, sizeof(request));
-  if (request.Length != sizeof(SCSI_PASS_THROUGH) || request.CdbLength == 0 || request.CdbLength > 16 ||
-      request.DataIn > SCSI_IOCTL_DATA_UNSPECIFIED) {
-    return fail(ERROR_INVALID_PARAMETER, FALSE);
-  }
-  if (!disk.scsi) return fail(ERROR_NOT_SUPPORTED, FALSE);
-  const DWORD length = request.DataTransferLength;
-  const DWORD bufferSize = std::max(b.inSize, b.outSize);
-  if (request.SenseInfoLength > 0 &&
-      (request.SenseInfoOffset < sizeof(request) || request.SenseInfoOffset + request.SenseInfoLength > bufferSize)) {
-    return fail(ERROR_INVALID_PARAMETER, FALSE);
-  }
-  std::vector<uint8_t> data(length, 0);
-  uint8_t* directBuffer = nullptr;
-  if (length > 0) {
-    if (direct) {
-      SCSI_PASS_THROUGH_DIRECT d;
-      std::memcpy(&d, b.in, sizeof(d));
-      directBuffer = static_cast<uint8_t*>(d.DataBuffer);
-      if (directBuffer == nullptr) return fail(ERROR_INVALID_PARAMETER, FALSE);
-      if (request.DataIn == SCSI_IOCTL_DATA_OUT) std::memcpy(data.data(), directBuffer, length);
-    } else {
-      if (request.DataBufferOffset < sizeof(request) || request.DataBufferOffset + length > bufferSize) {
-        return fail(ERROR_INVALID_PARAMETER, FALSE);
-      }
-      if (request.DataIn == SCSI_IOCTL_DATA_OUT) {
-        if (request.DataBufferOffset + length > b.inSize) return fail(ERROR_INVALID_PARAMETER, FALSE);
-        std::memcpy(data.data(), b.in + request.DataBufferOffset, length);
-      }
-    }
-  }
+  seam::ScsiPassThroughCall call;
+  const DWORD problem = seam::takeScsiPassThrough(b, direct, disk.scsi != nullptr, call);
+  if (problem != ERROR_SUCCESS) return fail(problem, FALSE);
   ScsiRequest scsi;
-  scsi.cdb = request.Cdb;
-  scsi.cdbLength = request.CdbLength;
-  scsi.direction = request.DataIn == SCSI_IOCTL_DATA_IN    ? Direction::In
-                   : request.DataIn == SCSI_IOCTL_DATA_OUT ? Direction::Out
-                                                           : (length > 0 ? Direction::In : Direction::None);
-  scsi.data = length > 0 ? data.data() : nullptr;
-  scsi.length = length;
-  scsi.timeoutSeconds = request.TimeOutValue;
+  scsi.cdb = call.request.Cdb;
+  scsi.cdbLength = call.request.CdbLength;
+  scsi.direction = call.direction == seam::TransferDirection::In    ? Direction::In
+                   : call.direction == seam::TransferDirection::Out ? Direction::Out
+                                                                    : Direction::None;
+  scsi.data = call.transfer();
+  scsi.length = call.request.DataTransferLength;
+  scsi.timeoutSeconds = call.request.TimeOutValue;
   const ScsiResponse response = disk.scsi->executeScsi(scsi);
   if (response.completion != Completion::Done) return fail(completionError(response.completion), FALSE);
-
-  SCSI_PASS_THROUGH reply = request;
-  reply.ScsiStatus = response.status;
-  const DWORD moved = std::min(response.transferred, length);
-  reply.DataTransferLength = moved;
-  const UCHAR senseLength =
-      static_cast<UCHAR>(std::min<size_t>(request.SenseInfoLength, response.status == 0x02 ? response.sense.size() : 0));
-  reply.SenseInfoLength = senseLength;
-  if (b.out == nullptr || b.outSize < sizeof(reply)) return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-  std::memcpy(b.out, &reply, sizeof(reply));
-  DWORD bytes = sizeof(reply);
-  if (senseLength > 0 && request.SenseInfoOffset + senseLength <= b.outSize) {
-    std::memcpy(b.out + request.SenseInfoOffset, response.sense.data(), senseLength);
-    bytes = std::max<DWORD>(bytes, request.SenseInfoOffset + senseLength);
-  }
-  if (moved > 0 && scsi.direction == Direction::In) {
-    if (direct) {
-      std::memcpy(directBuffer, data.data(), moved);
-    } else if (request.DataBufferOffset + moved <= b.outSize) {
-      std::memcpy(b.out + request.DataBufferOffset, data.data(), moved);
-      bytes = std::max<DWORD>(bytes, static_cast<DWORD>(request.DataBufferOffset + moved));
-    }
-  }
+  // Sense data travels back only with CHECK CONDITION.
+  static const std::vector<uint8_t> kNoSense;
+  DWORD bytes = 0;
+  const DWORD replied = seam::giveScsiPassThrough(b, call, response.status, response.transferred,
+                                                  response.status == 0x02 ? response.sense : kNoSense, &bytes);
+  if (replied != ERROR_SUCCESS) return fail(replied, FALSE);
   return done(returned, bytes);
 }
 
-// The device descriptor with its strings behind the 40-byte record, in the
-// order vendor, product, revision, serial; an empty string has offset 0.
-std::vector<uint8_t> deviceDescriptor(const Disk& disk) {
-  std::vector<uint8_t> buffer(sizeof(STORAGE_DEVICE_DESCRIPTOR), 0);
-  STORAGE_DEVICE_DESCRIPTOR d{};
-  d.Version = sizeof(STORAGE_DEVICE_DESCRIPTOR);
-  d.DeviceType = 0;  // direct-access block device
-  d.RemovableMedia = disk.removableMedia ? 1 : 0;
-  d.CommandQueueing = 1;
-  d.BusType = static_cast<STORAGE_BUS_TYPE>(disk.busType);
-  auto place = [&buffer](const std::string& text) -> DWORD {
-    if (text.empty()) return 0;
-    const DWORD at = static_cast<DWORD>(buffer.size());
-    buffer.insert(buffer.end(), text.begin(), text.end());
-    buffer.push_back(0);
-    return at;
-  };
-  d.VendorIdOffset = place(disk.vendorId);
-  d.ProductIdOffset = place(disk.productId);
-  d.ProductRevisionOffset = place(disk.productRevision);
-  d.SerialNumberOffset = place(disk.serialNumber);
-  d.Size = static_cast<DWORD>(buffer.size());
-  std::memcpy(buffer.data(), &d, sizeof(d));
-  return buffer;
-}
-
-std::vector<uint8_t> adapterDescriptor(const Disk& disk) {
-  STORAGE_ADAPTER_DESCRIPTOR a{};
-  a.Version = sizeof(a);
-  a.Size = sizeof(a);
-  a.MaximumTransferLength = 128 * 1024;
-  a.MaximumPhysicalPages = 33;
-  a.AlignmentMask = 1;
-  a.CommandQueueing = 1;
-  a.AcceleratedTransfer = 1;
-  a.BusType = static_cast<BYTE>(disk.busType);
-  a.BusMajorVersion = 1;
-  std::vector<uint8_t> buffer(sizeof(a));
-  std::memcpy(buffer.data(), &a, sizeof(a));
-  return buffer;
-}
-
 BOOL queryProperty(Disk& disk, const Block& b, LPDWORD returned) {
-  if (b.in == nullptr || b.inSize < 8) return fail(ERROR_INVALID_PARAMETER, FALSE);
-  STORAGE_PROPERTY_QUERY query{};
-  std::memcpy(&query, b.in, std::min<size_t>(b.inSize, sizeof(query)));
-  if (query.PropertyId != StorageDeviceProperty && query.PropertyId != StorageAdapterProperty) {
-    return fail(ERROR_INVALID_FUNCTION, FALSE);
-  }
-  if (query.QueryType == PropertyExistsQuery) return done(returned, 0);
-  if (query.QueryType != PropertyStandardQuery) return fail(ERROR_INVALID_PARAMETER, FALSE);
-  const std::vector<uint8_t> descriptor =
-      query.PropertyId == StorageDeviceProperty ? deviceDescriptor(disk) : adapterDescriptor(disk);
-  // A short buffer gets the first bytes, so that the header tells the size.
-  if (b.out == nullptr || b.outSize < sizeof(STORAGE_DESCRIPTOR_HEADER)) return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-  const DWORD bytes = std::min<DWORD>(b.outSize, static_cast<DWORD>(descriptor.size()));
-  std::memcpy(b.out, descriptor.data(), bytes);
+  seam::StorageFacts facts;
+  facts.removable = disk.removableMedia;
+  facts.busType = static_cast<BYTE>(disk.busType);
+  facts.vendor = disk.vendorId;
+  facts.product = disk.productId;
+  facts.revision = disk.productRevision;
+  facts.serial = disk.serialNumber;
+  facts.alignmentMask = 1;
+  DWORD bytes = 0;
+  const DWORD problem = seam::storagePropertyReply(b, facts, &bytes);
+  if (problem != ERROR_SUCCESS) return fail(problem, FALSE);
   return done(returned, bytes);
 }
 
@@ -367,9 +229,9 @@ BOOL diskControl(Face& face, DiskObject& object, DWORD code, LPVOID in, DWORD in
   const Block b{static_cast<uint8_t*>(in), inSize, static_cast<uint8_t*>(out), outSize};
   switch (code) {
     case IOCTL_ATA_PASS_THROUGH:
-      return ataPassThrough(face, disk, false, b, returned);
+      return ataPassThrough(disk, false, b, returned);
     case IOCTL_ATA_PASS_THROUGH_DIRECT:
-      return ataPassThrough(face, disk, true, b, returned);
+      return ataPassThrough(disk, true, b, returned);
     case IOCTL_SCSI_PASS_THROUGH:
       return scsiPassThrough(disk, false, b, returned);
     case IOCTL_SCSI_PASS_THROUGH_DIRECT:
