@@ -727,6 +727,13 @@ std::unique_ptr<Machine> Machine::fromJsonText(const std::string& text, std::str
     const size_t at = where.find("parse error");
     if (error != nullptr) *error = "(machine): not valid JSON: " + (at == std::string::npos ? where : where.substr(at));
     return nullptr;
+  } catch (const json::exception& failure) {
+    // A number beyond what a double holds ("9e316") is refused by the reader
+    // as out of range, not as a syntax error; the user still hears why.
+    std::string what = failure.what();
+    const size_t end = what.find("] ");
+    if (error != nullptr) *error = "(machine): not valid JSON: " + (end == std::string::npos ? what : what.substr(end + 2));
+    return nullptr;
   }
   return fromJson(j, error);
 }

@@ -231,6 +231,11 @@ TEST(MachineDescription, RejectsUnreadableSectorsBeyondTheDisk) {
             "disks[0].faults.unreadableSectors[1]: beyond the last sector of the disk");
 }
 
+TEST(MachineDescription, RejectsANumberTooLargeForADoubleWithAClearError) {
+  EXPECT_EQ(rejection(R"({"disks": [], "clock": {"tickReadCostMs": 9e316}})"),
+            "(machine): not valid JSON: number overflow parsing '9e316'");
+}
+
 TEST(MachineDescription, RejectsDuplicateNamesBadJsonAndMissingImages) {
   EXPECT_EQ(rejection(R"({"disks": [{"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1}},
       {"name": "a", "kind": "emmc", "profile": {"capacitySectors": 1}}]})"),
