@@ -51,6 +51,10 @@ constexpr uint16_t kRotationReserved = 0xFFFF;
 constexpr uint32_t kReadCapacity16Bytes = 32;
 constexpr uint32_t kReadCapacity10Bytes = 8;
 constexpr uint32_t kCapacityTooLarge = 0xFFFFFFFF;
+// No disk uses logical blocks beyond 64 KiB, and the transfer counts that
+// read them are 16-bit; a larger block length is a broken answer, which would
+// otherwise make every one-sector read move that many bytes.
+constexpr uint32_t kLargestSectorSize = 0x10000;
 
 uint64_t bigEndian(const uint8_t* bytes, size_t count) {
   uint64_t value = 0;
@@ -221,9 +225,11 @@ uint32_t ScsiProtocol::readCapacity16() {
   const uint32_t sent = sendChecked(read);
   if (sent != kStatusOk) return sent;
   if (read.scsiStatus != kScsiStatusGood) return kStatusScsiNotGood;
+  const uint32_t blockLength = static_cast<uint32_t>(bigEndian(&data[8], 4));
+  if (blockLength > kLargestSectorSize) return kStatusNotAvailable;
   // The last address as it stands, not the count (no 1 added).
   cache.sectorCount = bigEndian(&data[0], 8);
-  cache.logicalSectorSize = static_cast<uint32_t>(bigEndian(&data[8], 4));
+  cache.logicalSectorSize = blockLength;
   const uint32_t exponent = data[13] >> 4;
   cache.physicalSectorSize = (1u << exponent) * cache.logicalSectorSize;
   return kStatusOk;
@@ -237,8 +243,10 @@ uint32_t ScsiProtocol::readCapacity10() {
   if (read.scsiStatus != kScsiStatusGood) return kStatusScsiNotGood;
   const uint32_t last = static_cast<uint32_t>(bigEndian(&data[0], 4));
   if (last == kCapacityTooLarge) return kStatusNotAvailable;
+  const uint32_t blockLength = static_cast<uint32_t>(bigEndian(&data[4], 4));
+  if (blockLength > kLargestSectorSize) return kStatusNotAvailable;
   cache.sectorCount = last;  // the last address, not incremented
-  cache.logicalSectorSize = static_cast<uint32_t>(bigEndian(&data[4], 4));
+  cache.logicalSectorSize = blockLength;
   cache.physicalSectorSize = 0;
   return kStatusOk;
 }

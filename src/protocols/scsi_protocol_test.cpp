@@ -272,6 +272,23 @@ TEST_F(ScsiProtocolTest, ReadCapacity10OfAllOnesIsNotAvailable) {
   EXPECT_EQ(bridge->sent.size(), 4u);
 }
 
+TEST_F(ScsiProtocolTest, BlockLengthBeyond64KiBIsNoSectorSizeAndTheCapacityIsNotAvailable) {
+  bridge->queue(withData(standardInquiry("SEAGATE", "ST", "E001", 6)));
+  bridge->queue(withData(serialPage("Z1")));
+  bridge->queue(withData(capacity16(1000, 0x01000000, 0)));
+  bridge->queue(withData(capacity10(999, 0x00010001)));
+  StorageProtocolProperties out;
+  EXPECT_EQ(protocol.getProperties(&out), kStatusNotAvailable);
+  EXPECT_EQ(bridge->sent.size(), 4u);
+}
+
+TEST_F(ScsiProtocolTest, BlockLengthOf64KiBIsStillASectorSize) {
+  queueDisk(bridge, 1000, 0x10000, 0, 1, 0, 6);
+  StorageProtocolProperties out;
+  ASSERT_EQ(protocol.getProperties(&out), kStatusOk);
+  EXPECT_EQ(out.logicalSectorSize, 0x10000u);
+}
+
 TEST_F(ScsiProtocolTest, ReadCapacity16NotGoodWithoutSenseGives33BeforeTheFallBack) {
   bridge->queue(withData(standardInquiry("SEAGATE", "ST", "E001", 6)));
   bridge->queue(withData(serialPage("Z1")));
