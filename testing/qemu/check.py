@@ -54,9 +54,9 @@ class Disk:
     """One guest disk: its name in disks.json, its kernel name, what the
     reference tools and hwc_cli said about it."""
 
-    def __init__(self, key, spec):
+    def __init__(self, key, made):
         self.key = key
-        self.spec = spec
+        self.made = made  # how run.sh made it (disks.json): identity, injected bad LBAs, the repair expected
         self.kernel = None
         self.smart = None
         self.sg_logs = ""
@@ -84,9 +84,9 @@ def match_kernel_disks(disks, found, sysblock):
         smart = load_json(found.get(f"smartctl {name}", ("", 0))[0]) or {}
         serial = smart.get("serial_number")
         for disk in disks.values():
-            spec = disk.spec
-            if spec.get("serial") and spec["serial"] == serial or \
-               not spec.get("serial") and spec.get("model") == smart.get("scsi_product"):
+            made = disk.made
+            if made.get("serial") and made["serial"] == serial or \
+               not made.get("serial") and made.get("model") == smart.get("scsi_product"):
                 disk.kernel = name
                 disk.smart = smart
                 disk.sg_logs = found.get(f"sg_logs {name}", ("", 0))[0]
@@ -110,7 +110,7 @@ def match_hwc_devices(disks, listing):
                 break
             if ref and ref in serial and best is None:
                 best = disk
-            if not disk.spec.get("serial") and model == disk.spec.get("model") and best is None:
+            if not disk.made.get("serial") and model == disk.made.get("model") and best is None:
                 best = disk
         if best is not None and best.hwc is None:
             best.hwc = device
@@ -287,7 +287,7 @@ def compare_tests(disk, found, expected, index):
                 note = reason if want == "NOT_APPLICABLE" else ""
                 # A sector a test names as unreadable must be an injected one.
                 m = re.search(r"READING_SECTOR (\d+)", message)
-                if m and int(m.group(1)) not in disk.spec.get("badLbas", []):
+                if m and int(m.group(1)) not in disk.made.get("badLbas", []):
                     agree = False
                     note = f"sector {m.group(1)} was not injected"
                 disk.row(name, got + (f" {message}" if message else ""), want, agree, note)
@@ -310,7 +310,7 @@ def compare_repair(disk, found, index, images):
     copy with exit 2 and the reason, nothing is rewritten, the scan after it
     finds what the scan before it found, and the image holds no byte written
     by anyone (it was created empty)."""
-    if disk.spec.get("repair") != "refused":
+    if disk.made.get("repair") != "refused":
         return
     text, rc = found.get(f"hwc-repair {index}", ("", None))
     repair = load_json(text)
@@ -336,7 +336,7 @@ def compare_repair(disk, found, index, images):
 
 def compare_scan(disk, found, index, smart_log):
     run = load_json(found.get(f"hwc-scan {index}", ("", 0))[0])
-    injected = sorted(disk.spec.get("badLbas", []))
+    injected = sorted(disk.made.get("badLbas", []))
     if run is None:
         disk.row("scan: unreadable LBAs", None, injected, False, "no output from hwc_cli")
         return
