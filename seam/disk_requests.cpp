@@ -1,3 +1,5 @@
+// The disk requests every non-Windows provider answers alike; the device that
+// executes a command is the provider's own (see disk_requests.h).
 #include "seam/disk_requests.h"
 
 #include <algorithm>
